@@ -14,8 +14,7 @@ GstElement* makeElement(const char* factory, const char* name)
 }
 
 AudioOutputChain::AudioOutputChain(GstElement*& queueMember, GstElement*& sinkMember)
-    : queue(queueMember),
-      sink(sinkMember)
+    : queue(queueMember), sink(sinkMember)
 {
 }
 

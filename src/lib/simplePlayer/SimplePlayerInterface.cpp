@@ -18,8 +18,7 @@ SimplePlayer::~SimplePlayer() = default;
 // ---- FakePlayer --------------------------------------------------------------------------------
 
 FakePlayer::FakePlayer(const QString& itemToken, QObject* parent)
-    : SimplePlayer(parent),
-      token(itemToken)
+    : SimplePlayer(parent), token(itemToken)
 {
 }
 
@@ -47,13 +46,8 @@ bool FakePlayer::stopPlayback()
 
 SimplePlayerImpl::SimplePlayerImpl(const QString& itemToken, const QString& outputDevice,
                                    SimplePlayer* frontObject)
-    : QObject(frontObject),
-      player(frontObject),
-      pipeline(nullptr),
-      token(itemToken),
-      device(outputDevice),
-      initialized(false),
-      endReported(false)
+    : QObject(frontObject), player(frontObject), pipeline(nullptr), token(itemToken),
+      device(outputDevice), initialized(false), endReported(false)
 {
     LOG_ENTER(TRACE, "constructor ", token);
     gst_init(nullptr, nullptr);

@@ -11,8 +11,7 @@ static log4cplus::Logger logger = log4cplus::Logger::getInstance("SimplePlayer")
 
 UriSimplePlayer::UriSimplePlayer(const QString& uri, const QString& token, const QString& device,
                                  QObject* parent)
-    : SimplePlayer(parent),
-      engine(new UriSimplePlayerImpl(uri, token, device, this))
+    : SimplePlayer(parent), engine(new UriSimplePlayerImpl(uri, token, device, this))
 {
 }
 
@@ -59,12 +58,8 @@ static QString makeUriFromPath(const QString& path)
 
 UriSimplePlayerImpl::UriSimplePlayerImpl(const QString& item, const QString& itemToken,
                                          const QString& outputDevice, UriSimplePlayer* frontObject)
-    : SimplePlayerImpl(itemToken, outputDevice, frontObject),
-      uriPlayer(frontObject),
-      uriDecodeBin(nullptr),
-      queue(nullptr),
-      sink(nullptr),
-      uri(makeUriFromPath(item))
+    : SimplePlayerImpl(itemToken, outputDevice, frontObject), uriPlayer(frontObject),
+      uriDecodeBin(nullptr), queue(nullptr), sink(nullptr), uri(makeUriFromPath(item))
 {
 }
 

@@ -1,0 +1,44 @@
+#include "support/TestProcess.h"
+
+#include <glib.h>
+
+#include <cstdio>
+#include <cstdlib>
+
+static TestProcess* theProcess = nullptr;
+
+static void abortOnCritical(const gchar* domain, GLogLevelFlags level, const gchar* message,
+                            gpointer /*data*/)
+{
+    g_log_default_handler(domain, level, message, nullptr);
+    if ((level & G_LOG_LEVEL_MASK) <= G_LOG_LEVEL_CRITICAL) {
+        std::fprintf(stderr, "A GLib critical ends the test.\n");
+        std::abort();
+    }
+}
+
+TestProcess::TestProcess()
+{
+    theProcess = this;
+    if (!folder.isValid()) {
+        qFatal("no temporary folder: %s", qPrintable(folder.errorString()));
+    }
+    qputenv("LC_ALL", "C");
+    qputenv("GST_REGISTRY", path(QStringLiteral("registry.bin")).toLocal8Bit());
+    qputenv("GST_TRACERS", "leaks");
+    qputenv("XDG_CACHE_HOME", path(QStringLiteral("cache")).toLocal8Bit());
+    for (const char* name : {"GST_DEBUG", "GST_DEBUG_DUMP_DOT_DIR", "http_proxy", "https_proxy"}) {
+        qunsetenv(name);
+    }
+    g_log_set_default_handler(abortOnCritical, nullptr);
+}
+
+TestProcess::~TestProcess()
+{
+    theProcess = nullptr;
+}
+
+QString TestProcess::path(const QString& name)
+{
+    return theProcess->folder.filePath(name);
+}

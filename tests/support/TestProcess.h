@@ -1,0 +1,36 @@
+#ifndef TEST_SUPPORT_TEST_PROCESS_H
+#define TEST_SUPPORT_TEST_PROCESS_H
+
+#include <QtCore/QCoreApplication>
+#include <QtCore/QString>
+#include <QtCore/QTemporaryDir>
+
+/// What makes a test process independent of its machine: a temporary folder of its own (removed at
+/// the end), a GStreamer registry of its own in it, the C locale, GStreamer's leak tracer, and
+/// GLib criticals that abort. Made before everything else in main().
+class TestProcess
+{
+public:
+    TestProcess();
+    ~TestProcess();
+    TestProcess(const TestProcess&) = delete;
+    TestProcess& operator=(const TestProcess&) = delete;
+
+    /// The path of `name` in the temporary folder of this process; the folder itself without one.
+    static QString path(const QString& name = QString());
+
+private:
+    QTemporaryDir folder;
+};
+
+/// The main() of a test program that runs the tests of one class.
+#define KOVA_TEST_MAIN(TestClass)                                                                  \
+    int main(int argc, char** argv)                                                                \
+    {                                                                                              \
+        TestProcess process;                                                                       \
+        QCoreApplication application(argc, argv);                                                  \
+        TestClass test;                                                                            \
+        return QTest::qExec(&test, argc, argv);                                                    \
+    }
+
+#endif

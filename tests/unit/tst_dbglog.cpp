@@ -1,0 +1,80 @@
+#include "core/dbglog.h"
+#include "support/TestProcess.h"
+
+#include <QtTest/QtTest>
+
+#include <string>
+
+/// The labels of entry and leave lines.
+class TestDbglog : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void labelIsComponentAndQualifiedName_data();
+    void labelIsComponentAndQualifiedName();
+    void compilerGivesTheSameLabels();
+};
+
+void TestDbglog::labelIsComponentAndQualifiedName_data()
+{
+    QTest::addColumn<std::string>("signature");
+    QTest::addColumn<std::string>("label");
+
+    const auto row = [](const char* name, const char* signature, const char* label) {
+        QTest::newRow(name) << std::string(signature) << std::string(label);
+    };
+    row("member", "virtual bool Engine::start(int) const", "P Engine::start");
+    row("constructor", "Engine::Engine(const QString&, Owner*)", "P Engine::Engine");
+    row("destructor", "virtual Engine::~Engine()", "P Engine::~Engine");
+    row("free", "void dump(GstMessage*, GstState)", "P dump");
+    row("static of a class", "static gboolean A::watch(GstBus*, void*)", "P A::watch");
+    row("pointer result", "QSocketNotifier* Pipe::notifier()", "P Pipe::notifier");
+    row("pointer result, clang", "QSocketNotifier *Pipe::notifier()", "P Pipe::notifier");
+    row("reference result", "const T& A::b()", "P A::b");
+    row("template result", "std::map<int, std::string> A::all()", "P A::all");
+    row("function argument", "void A::each(void (*)(int), bool)", "P A::each");
+    row("gcc unnamed namespace", "int {anonymous}::f()", "P f");
+    row("clang unnamed namespace", "int (anonymous namespace)::f()", "P f");
+    row("gcc template", "T f(T) [with T = void (*)(int)]", "P f");
+    row("clang template", "T f(T) [T = int]", "P f");
+    row("call operator", "int Less::operator()(int, int) const", "P Less::operator()");
+    row("conversion", "A::operator const char*() const", "P A::operator const char*");
+    row("name with operator in it", "int A::myoperatorX(int)", "P A::myoperatorX");
+    row("template class", "void Box<std::pair<int, int> >::put(int)",
+        "P Box<std::pair<int, int> >::put");
+    row("no arguments at all", "main", "P main");
+    row("unbalanced", "void f)", "P void f)");
+    row("empty", "", "P");
+}
+
+void TestDbglog::labelIsComponentAndQualifiedName()
+{
+    QFETCH(std::string, signature);
+    QFETCH(std::string, label);
+    QCOMPARE(dbglog_scopedFunction(signature, "P"), label);
+}
+
+namespace {
+struct Engine
+{
+    static std::string start(int /*a*/) { return __PRETTY_FUNCTION__; }
+    template <typename T>
+    static std::string make(T /*a*/)
+    {
+        return __PRETTY_FUNCTION__;
+    }
+};
+} // namespace
+
+void TestDbglog::compilerGivesTheSameLabels()
+{
+    QCOMPARE(dbglog_scopedFunction(__PRETTY_FUNCTION__, "SimplePlayer"),
+             std::string("SimplePlayer TestDbglog::compilerGivesTheSameLabels"));
+    QCOMPARE(dbglog_scopedFunction(Engine::start(1), ""), std::string("Engine::start"));
+    QCOMPARE(dbglog_scopedFunction(Engine::make(1), ""), std::string("Engine::make"));
+}
+
+Q_DECLARE_METATYPE(std::string)
+KOVA_TEST_MAIN(TestDbglog)
+#include "tst_dbglog.moc"
