@@ -7,37 +7,97 @@
 #include <gst/gst.h>
 #include <gst/gsttracer.h>
 
-static GstTracer* leaksTracer()
+#include <mutex>
+#include <unordered_set>
+
+namespace {
+
+/// All objects alive. The hooks below run on any thread, the "destroyed" ones before the memory is
+/// freed: whoever holds the mutex may read every object in the sets.
+struct LiveObjects
 {
-    GList* tracers = gst_tracing_get_active_tracers();
-    GstTracer* found = nullptr;
-    for (GList* i = tracers; i; i = i->next) {
-        if (g_signal_lookup("get-live-objects", G_OBJECT_TYPE(i->data)) != 0) {
-            found = GST_TRACER(gst_object_ref(i->data));
-        }
-    }
-    g_list_free_full(tracers, gst_object_unref);
-    return found;
+    std::mutex mutex;
+    std::unordered_set<GstObject*> objects;
+    std::unordered_set<GstMiniObject*> miniObjects;
+};
+
+LiveObjects& live()
+{
+    static auto* const instance = new LiveObjects; // outlives all threads
+    return *instance;
+}
+
+void objectCreated(GObject*, GstClockTime, GstObject* object)
+{
+    const std::lock_guard<std::mutex> lock(live().mutex);
+    live().objects.insert(object);
+}
+
+void objectDestroyed(GObject*, GstClockTime, GstObject* object)
+{
+    const std::lock_guard<std::mutex> lock(live().mutex);
+    live().objects.erase(object);
+}
+
+void miniObjectCreated(GObject*, GstClockTime, GstMiniObject* object)
+{
+    const std::lock_guard<std::mutex> lock(live().mutex);
+    live().miniObjects.insert(object);
+}
+
+void miniObjectDestroyed(GObject*, GstClockTime, GstMiniObject* object)
+{
+    const std::lock_guard<std::mutex> lock(live().mutex);
+    live().miniObjects.erase(object);
+}
+
+struct ObjectTracer
+{
+    GstTracer parent;
+};
+
+struct ObjectTracerClass
+{
+    GstTracerClass parent;
+};
+
+G_DEFINE_TYPE(ObjectTracer, object_tracer, GST_TYPE_TRACER)
+
+void object_tracer_class_init(ObjectTracerClass*)
+{
+}
+
+void object_tracer_init(ObjectTracer*)
+{
+}
+
+} // namespace
+
+void trackGstObjects()
+{
+    gst_init(nullptr, nullptr);
+    auto* tracer = static_cast<GstTracer*>(g_object_new(object_tracer_get_type(), nullptr));
+    gst_tracing_register_hook(tracer, "object-created", G_CALLBACK(objectCreated));
+    gst_tracing_register_hook(tracer, "object-destroyed", G_CALLBACK(objectDestroyed));
+    gst_tracing_register_hook(tracer, "mini-object-created", G_CALLBACK(miniObjectCreated));
+    gst_tracing_register_hook(tracer, "mini-object-destroyed", G_CALLBACK(miniObjectDestroyed));
+    gst_object_unref(tracer); // the hooks hold it
 }
 
 QStringList liveGstObjects()
 {
-    GstTracer* tracer = leaksTracer();
-    if (!tracer) {
-        qFatal("GStreamer's leak tracer is not running");
-    }
-    GstStructure* live = nullptr;
-    g_signal_emit_by_name(tracer, "get-live-objects", &live);
-    gst_object_unref(tracer);
-
     QStringList names;
-    const GValue* list = gst_structure_get_value(live, "live-objects-list");
-    for (guint i = 0; i < gst_value_list_get_size(list); ++i) {
-        const GstStructure* entry = gst_value_get_structure(gst_value_list_get_value(list, i));
-        const GValue* object = gst_structure_get_value(entry, "object");
-        names.append(QString::fromUtf8(G_VALUE_TYPE_NAME(object)));
+    const std::lock_guard<std::mutex> lock(live().mutex);
+    for (GstObject* object : live().objects) {
+        if (!GST_OBJECT_FLAG_IS_SET(object, GST_OBJECT_FLAG_MAY_BE_LEAKED)) {
+            names.append(QString::fromUtf8(G_OBJECT_TYPE_NAME(object)));
+        }
     }
-    gst_structure_free(live);
+    for (GstMiniObject* object : live().miniObjects) {
+        if (!GST_MINI_OBJECT_FLAG_IS_SET(object, GST_MINI_OBJECT_FLAG_MAY_BE_LEAKED)) {
+            names.append(QString::fromUtf8(g_type_name(GST_MINI_OBJECT_TYPE(object))));
+        }
+    }
     names.sort();
     return names;
 }

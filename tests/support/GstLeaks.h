@@ -3,9 +3,15 @@
 
 #include <QtCore/QStringList>
 
-/// The type names of all GStreamer objects (elements, pads, buffers, caps, messages …) that are
-/// alive now, sorted, as GStreamer's leak tracer knows them. What GStreamer itself never frees is
-/// not among them. The tracer must be on: TestProcess sees to that.
+/// Initialises GStreamer and notes from now on which of its objects (elements, pads, buffers, caps,
+/// messages …) live. KOVA_TEST_MAIN calls it.
+///
+/// GStreamer's own "leaks" tracer does the same, but hands out references to objects that another
+/// thread may be finalising at that moment; this one only ever looks.
+void trackGstObjects();
+
+/// The type names of all objects alive now, sorted, without those that GStreamer itself marks as
+/// living as long as the process (pad templates, factories …).
 QStringList liveGstObjects();
 
 /// Waits until no object is alive beyond those in `expected`: GStreamer's threads drop their last

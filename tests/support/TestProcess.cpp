@@ -1,6 +1,8 @@
 #include "support/TestProcess.h"
 
 #include <glib.h>
+#include <log4cplus/logger.h>
+#include <log4cplus/nullappender.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -25,12 +27,13 @@ TestProcess::TestProcess()
     }
     qputenv("LC_ALL", "C");
     qputenv("GST_REGISTRY", path(QStringLiteral("registry.bin")).toLocal8Bit());
-    qputenv("GST_TRACERS", "leaks");
     qputenv("XDG_CACHE_HOME", path(QStringLiteral("cache")).toLocal8Bit());
     for (const char* name : {"GST_DEBUG", "GST_DEBUG_DUMP_DOT_DIR", "http_proxy", "https_proxy"}) {
         qunsetenv(name);
     }
     g_log_set_default_handler(abortOnCritical, nullptr);
+    log4cplus::Logger::getRoot().addAppender(
+        log4cplus::SharedAppenderPtr(new log4cplus::NullAppender));
 }
 
 TestProcess::~TestProcess()

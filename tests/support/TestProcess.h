@@ -1,13 +1,15 @@
 #ifndef TEST_SUPPORT_TEST_PROCESS_H
 #define TEST_SUPPORT_TEST_PROCESS_H
 
+#include "support/GstLeaks.h"
+
 #include <QtCore/QCoreApplication>
 #include <QtCore/QString>
 #include <QtCore/QTemporaryDir>
 
 /// What makes a test process independent of its machine: a temporary folder of its own (removed at
-/// the end), a GStreamer registry of its own in it, the C locale, GStreamer's leak tracer, and
-/// GLib criticals that abort. Made before everything else in main().
+/// the end), a GStreamer registry of its own in it, the C locale, quiet loggers, and GLib criticals
+/// that abort. Made before everything else in main().
 class TestProcess
 {
 public:
@@ -23,13 +25,15 @@ private:
     QTemporaryDir folder;
 };
 
-/// The main() of a test program that runs the tests of one class.
+/// The main() of a test program that runs the tests of one class. The class's constructor may still
+/// change the environment that GStreamer is initialised in.
 #define KOVA_TEST_MAIN(TestClass)                                                                  \
     int main(int argc, char** argv)                                                                \
     {                                                                                              \
         TestProcess process;                                                                       \
         QCoreApplication application(argc, argv);                                                  \
         TestClass test;                                                                            \
+        trackGstObjects();                                                                         \
         return QTest::qExec(&test, argc, argv);                                                    \
     }
 

@@ -1,0 +1,216 @@
+#include "unit/TestEngine.h"
+
+#include "support/Outcomes.h"
+#include "support/TestProcess.h"
+
+#include <simplePlayer/UriSimplePlayer.h>
+#include <simplePlayer/UriSimplePlayer_p.h>
+
+#include <QtCore/QMetaMethod>
+#include <QtTest/QtTest>
+
+#include <cstring>
+
+/// What clients see of the players, and the binary interface: meta-objects, virtual slots, layout.
+class TestInterface : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void loopIsFalseAfterConstruction();
+    void fakePlayerAnswersTrueToEverything();
+    void fakePlayerReportsEveryStopAtOnce();
+    void fakePlayerMayBeDeletedInItsSlot();
+    void playersHaveTheParentTheyAreGiven();
+
+    void metaObjectOfSimplePlayerHasThreeSignals();
+    void metaObjectOfTheEngineHasOneSignalAndOnePrivateSlot();
+    void frontClassesHaveNoMethodsOfTheirOwn();
+    void virtualFunctionsFollowThoseOfQObjectInOrder();
+    void membersStandInOrder();
+    void classSizesAreThoseOfTheirMembers();
+};
+
+namespace {
+
+/// The number of a virtual function in its class's table, from the pointer to it: the Itanium ABI
+/// stores the byte offset in the table, plus one where function addresses leave that bit free.
+template <typename Function>
+std::size_t virtualSlot(Function function)
+{
+    std::uintptr_t offset = 0;
+    std::memcpy(&offset, &function, sizeof offset);
+    return offset / sizeof(void*);
+}
+
+template <typename Object, typename Member>
+std::size_t offsetIn(const Object& object, const Member& member)
+{
+    return static_cast<std::size_t>(reinterpret_cast<const char*>(&member) -
+                                    reinterpret_cast<const char*>(&object));
+}
+
+QByteArray describe(const QMetaMethod& method)
+{
+    static const char* const types[] = {"method", "signal", "slot", "constructor"};
+    static const char* const accesses[] = {"private", "protected", "public"};
+    return QByteArray(accesses[method.access()]) + ' ' + types[method.methodType()] + ' ' +
+           method.methodSignature() + ' ' + method.parameterNames().join(',');
+}
+
+/// Reaches the protected members of the URI engine.
+class OpenUriEngine : public UriSimplePlayerImpl
+{
+public:
+    using UriSimplePlayerImpl::endReported;
+    using UriSimplePlayerImpl::queue;
+    using UriSimplePlayerImpl::sink;
+    using UriSimplePlayerImpl::uri;
+    using UriSimplePlayerImpl::uriDecodeBin;
+    using UriSimplePlayerImpl::uriPlayer;
+    using UriSimplePlayerImpl::UriSimplePlayerImpl;
+};
+
+} // namespace
+
+void TestInterface::loopIsFalseAfterConstruction()
+{
+    QVERIFY(!FakePlayer(QStringLiteral("T")).loop);
+    QVERIFY(!TestPlayer().loop);
+}
+
+void TestInterface::fakePlayerAnswersTrueToEverything()
+{
+    FakePlayer player(QStringLiteral("T"));
+    const Outcomes outcomes(&player);
+    QVERIFY(player.startPlayback());
+    QVERIFY(player.pausePlayback());
+    QCOMPARE(outcomes.all, QStringList());
+    QVERIFY(player.stopPlayback());
+}
+
+void TestInterface::fakePlayerReportsEveryStopAtOnce()
+{
+    FakePlayer player(QStringLiteral("T"));
+    const Outcomes outcomes(&player);
+    player.stopPlayback();
+    QCOMPARE(outcomes.all, QStringList{"stopped T"});
+    player.startPlayback();
+    player.stopPlayback();
+    QCOMPARE(outcomes.all, (QStringList{"stopped T", "stopped T"}));
+}
+
+void TestInterface::fakePlayerMayBeDeletedInItsSlot()
+{
+    auto* player = new FakePlayer(QStringLiteral("T"));
+    Outcomes outcomes(player);
+    outcomes.inSlot = [player] { delete player; };
+    // A second receiver reads the token after the player is gone: it must not have gone with it.
+    connect(player, &SimplePlayer::playbackStopped, this, [] {});
+    QVERIFY(player->stopPlayback());
+    QCOMPARE(outcomes.all, QStringList{"stopped T"});
+}
+
+void TestInterface::playersHaveTheParentTheyAreGiven()
+{
+    QObject parent;
+    QCOMPARE((new FakePlayer(QStringLiteral("T"), &parent))->parent(), &parent);
+    QCOMPARE((new UriSimplePlayer(QString(), QStringLiteral("T"), QString(), &parent))->parent(),
+             &parent);
+}
+
+void TestInterface::metaObjectOfSimplePlayerHasThreeSignals()
+{
+    const QMetaObject& meta = SimplePlayer::staticMetaObject;
+    QCOMPARE(meta.className(), "SimplePlayer");
+    QCOMPARE(meta.superClass(), &QObject::staticMetaObject);
+    QCOMPARE(meta.methodCount() - meta.methodOffset(), 3);
+    QCOMPARE(meta.propertyCount(), meta.propertyOffset());
+    QCOMPARE(describe(meta.method(meta.methodOffset())),
+             "public signal playbackEnded(QString) token");
+    QCOMPARE(describe(meta.method(meta.methodOffset() + 1)),
+             "public signal playbackStopped(QString) token");
+    QCOMPARE(describe(meta.method(meta.methodOffset() + 2)),
+             "public signal playbackErrorReported(QString,QString) token,reason");
+}
+
+void TestInterface::metaObjectOfTheEngineHasOneSignalAndOnePrivateSlot()
+{
+    const QMetaObject& meta = SimplePlayerImpl::staticMetaObject;
+    QCOMPARE(meta.className(), "SimplePlayerImpl");
+    QCOMPARE(meta.methodCount() - meta.methodOffset(), 2);
+    QCOMPARE(describe(meta.method(meta.methodOffset())),
+             "public signal sendPlaybackEnded(bool,QString) stop,msg");
+    QCOMPARE(describe(meta.method(meta.methodOffset() + 1)),
+             "private slot on_sendPlaybackEnded(bool,QString) stop,error");
+}
+
+void TestInterface::frontClassesHaveNoMethodsOfTheirOwn()
+{
+    const QMetaObject& front = UriSimplePlayer::staticMetaObject;
+    QCOMPARE(front.className(), "UriSimplePlayer");
+    QCOMPARE(front.superClass(), &SimplePlayer::staticMetaObject);
+    QCOMPARE(front.methodCount(), front.methodOffset());
+    QCOMPARE(front.propertyCount(), front.propertyOffset());
+
+    const QMetaObject& engine = UriSimplePlayerImpl::staticMetaObject;
+    QCOMPARE(engine.className(), "UriSimplePlayerImpl");
+    QCOMPARE(engine.superClass(), &SimplePlayerImpl::staticMetaObject);
+    QCOMPARE(engine.methodCount(), engine.methodOffset());
+
+    QCOMPARE(FakePlayer(QString()).metaObject()->className(), "SimplePlayer");
+}
+
+void TestInterface::virtualFunctionsFollowThoseOfQObjectInOrder()
+{
+    // Twelve slots of QObject: three of its meta-object, two destructors, seven event functions.
+    QCOMPARE(virtualSlot(&SimplePlayer::startPlayback), 12U);
+    QCOMPARE(virtualSlot(&SimplePlayer::pausePlayback), 13U);
+    QCOMPARE(virtualSlot(&SimplePlayer::stopPlayback), 14U);
+
+    QCOMPARE(virtualSlot(&SimplePlayerImpl::startPlayback), 12U);
+    QCOMPARE(virtualSlot(&SimplePlayerImpl::pausePlayback), 13U);
+    QCOMPARE(virtualSlot(&SimplePlayerImpl::stopPlayback), 14U);
+    QCOMPARE(virtualSlot(&SimplePlayerImpl::initPipeline), 15U);
+    QCOMPARE(virtualSlot(&SimplePlayerImpl::restartPlayback), 16U);
+    QCOMPARE(virtualSlot(&UriSimplePlayerImpl::initPipeline), 15U);
+    QCOMPARE(virtualSlot(&UriSimplePlayerImpl::restartPlayback), 16U);
+}
+
+void TestInterface::membersStandInOrder()
+{
+    const FakePlayer fake(QStringLiteral("T"));
+    QCOMPARE(offsetIn(fake, fake.loop), sizeof(QObject));
+    quint32 second = 1;
+    std::memcpy(&second, reinterpret_cast<const char*>(&fake) + sizeof(QObject) + 4, sizeof second);
+    QCOMPARE(second, 0U);
+
+    const TestPlayer player;
+    const TestEngine& engine = *player.engine;
+    const std::size_t word = sizeof(void*);
+    QCOMPARE(offsetIn(engine, engine.player), sizeof(QObject));
+    QCOMPARE(offsetIn(engine, engine.pipeline), sizeof(QObject) + word);
+    QCOMPARE(offsetIn(engine, engine.token), sizeof(QObject) + 2 * word);
+    QCOMPARE(offsetIn(engine, engine.device), sizeof(QObject) + 3 * word);
+    QCOMPARE(offsetIn(engine, engine.initialized), sizeof(QObject) + 4 * word);
+    QCOMPARE(offsetIn(engine, engine.endReported), sizeof(QObject) + 4 * word + 1);
+
+    UriSimplePlayer front(QString(), QStringLiteral("T"), QString());
+    const OpenUriEngine uriEngine(QString(), QStringLiteral("T"), QString(), &front);
+    QCOMPARE(offsetIn(uriEngine, uriEngine.uriPlayer), sizeof(SimplePlayerImpl));
+    QCOMPARE(offsetIn(uriEngine, uriEngine.uriDecodeBin), sizeof(SimplePlayerImpl) + word);
+    QCOMPARE(offsetIn(uriEngine, uriEngine.queue), sizeof(SimplePlayerImpl) + 2 * word);
+    QCOMPARE(offsetIn(uriEngine, uriEngine.sink), sizeof(SimplePlayerImpl) + 3 * word);
+    QCOMPARE(offsetIn(uriEngine, uriEngine.uri), sizeof(SimplePlayerImpl) + 4 * word);
+}
+
+void TestInterface::classSizesAreThoseOfTheirMembers()
+{
+    QCOMPARE(sizeof(SimplePlayer), sizeof(QObject) + 8);
+    QCOMPARE(sizeof(FakePlayer), sizeof(SimplePlayer) + sizeof(QString));
+    QCOMPARE(sizeof(UriSimplePlayer), sizeof(SimplePlayer) + sizeof(void*));
+    QCOMPARE(sizeof(UriSimplePlayerImpl), sizeof(SimplePlayerImpl) + 5 * sizeof(void*));
+}
+
+KOVA_TEST_MAIN(TestInterface)
+#include "tst_interface.moc"
