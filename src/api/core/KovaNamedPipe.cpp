@@ -1,28 +1,272 @@
 #include "core/KovaNamedPipe.h"
 
-KovaNamedPipe::KovaNamedPipe(const QString&, int, QObject* parent, bool) : QObject(parent)
+#include <QtCore/QFile>
+#include <QtCore/QSocketNotifier>
+
+#include <log4cplus/logger.h>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <string>
+#include <system_error>
+
+static log4cplus::Logger logger = log4cplus::Logger::getInstance("KovaNamedPipe");
+
+namespace {
+
+constexpr mode_t ownerOnly = S_IRUSR | S_IWUSR;
+constexpr mode_t permissionBits = 07777;
+
+std::string errorText(int error)
+{
+    return std::generic_category().message(error);
+}
+
+/// Calls a system function again as long as a signal interrupts it.
+template <typename Call>
+auto retryInterrupted(Call call)
+{
+    auto result = call();
+    while (result == -1 && errno == EINTR) {
+        result = call();
+    }
+    return result;
+}
+
+/// A FIFO that is held by an O_PATH descriptor: it cannot be read or written through it, and
+/// holding has no effect on it, but whatever is done through procPath() is done to this very file,
+/// whoever renames files in its folder meanwhile.
+class HeldFifo
+{
+public:
+    /// Holds the FIFO at `path`; `problem` says why not.
+    explicit HeldFifo(const QByteArray& path);
+    ~HeldFifo();
+    HeldFifo(const HeldFifo&) = delete;
+    HeldFifo& operator=(const HeldFifo&) = delete;
+
+    [[nodiscard]] std::string procPath() const
+    {
+        return "/proc/self/fd/" + std::to_string(descriptor);
+    }
+
+    /// Gives the owner back what the umask took away.
+    void giveToOwner();
+
+    struct stat status = {};
+    std::string problem;
+
+private:
+    const int descriptor;
+};
+
+const char* kindOf(mode_t mode)
+{
+    switch (mode & S_IFMT) {
+    case S_IFREG:
+        return "it is a regular file";
+    case S_IFDIR:
+        return "it is a directory";
+    case S_IFLNK:
+        return "it is a symbolic link";
+    case S_IFSOCK:
+        return "it is a socket";
+    case S_IFCHR:
+        return "it is a character device";
+    case S_IFBLK:
+        return "it is a block device";
+    default:
+        return "it is no FIFO";
+    }
+}
+
+HeldFifo::HeldFifo(const QByteArray& path)
+    : descriptor(::open(path.constData(), O_PATH | O_NOFOLLOW | O_CLOEXEC))
+{
+    if (descriptor < 0 || ::fstat(descriptor, &status) != 0) {
+        problem = errorText(errno);
+    } else if (!S_ISFIFO(status.st_mode)) {
+        problem = kindOf(status.st_mode);
+    }
+}
+
+HeldFifo::~HeldFifo()
+{
+    if (descriptor >= 0) {
+        ::close(descriptor);
+    }
+}
+
+void HeldFifo::giveToOwner()
+{
+    if (problem.empty() && (status.st_mode & permissionBits) != ownerOnly &&
+        ::chmod(procPath().c_str(), ownerOnly) != 0) {
+        problem = errorText(errno);
+    }
+}
+
+std::pair<quint64, quint64> fileId(const struct stat& status)
+{
+    return {status.st_dev, status.st_ino};
+}
+
+} // namespace
+
+// NOLINTNEXTLINE(modernize-pass-by-value): the signature is given
+KovaNamedPipe::KovaNamedPipe(const QString& name, int id, QObject* parent, bool removeOnClose)
+    : QObject(parent), path(name), number(id), removesFifo(removeOnClose)
 {
 }
-KovaNamedPipe::~KovaNamedPipe() = default;
+
+KovaNamedPipe::~KovaNamedPipe()
+{
+    close();
+}
+
 bool KovaNamedPipe::create()
 {
-    return false;
+    static constexpr const char* failure = "Failed to create named pipe";
+    if (!nameUsable(failure)) {
+        return false;
+    }
+    const QByteArray encoded = QFile::encodeName(path);
+    const bool made = ::mkfifo(encoded.constData(), ownerOnly) == 0;
+    if (!made && errno != EEXIST) {
+        logFailure(failure, errorText(errno));
+        return false;
+    }
+    HeldFifo held(encoded);
+    if (made) {
+        held.giveToOwner();
+    }
+    if (!held.problem.empty()) {
+        logFailure(failure, held.problem);
+        return false;
+    }
+    fifo = fileId(held.status);
+    return true;
 }
-bool KovaNamedPipe::open(bool)
+
+bool KovaNamedPipe::open(bool waitForWriter)
 {
-    return false;
+    static constexpr const char* failure = "Failed to open named pipe";
+    if (descriptor >= 0) {
+        return true;
+    }
+    if (!nameUsable(failure)) {
+        return false;
+    }
+    const HeldFifo held(QFile::encodeName(path));
+    if (!held.problem.empty()) {
+        logFailure(failure, held.problem);
+        return false;
+    }
+    const int flags = O_RDONLY | O_CLOEXEC | O_NOCTTY | (waitForWriter ? 0 : O_NONBLOCK);
+    descriptor = retryInterrupted([&] { return ::open(held.procPath().c_str(), flags); });
+    if (descriptor < 0) {
+        logFailure(failure, errorText(errno));
+        return false;
+    }
+    fifo = fileId(held.status);
+    applyNonBlock();
+    notifier = new QSocketNotifier(descriptor, QSocketNotifier::Read, this);
+    notifier->setEnabled(false);
+    return true;
 }
-void KovaNamedPipe::setNonBlock(bool)
+
+void KovaNamedPipe::setNonBlock(bool enable)
 {
+    nonBlock = enable;
+    if (descriptor >= 0) {
+        applyNonBlock();
+    }
 }
-int KovaNamedPipe::read(const char*, int)
+
+int KovaNamedPipe::read(const char* data, int size)
 {
-    return -1;
+    // Reading no bytes would return 0, which says that no writer is there.
+    if (data == nullptr || size <= 0) {
+        logFailure("Failed to read named pipe", "there is no buffer");
+        return -EINVAL;
+    }
+    // The parameter is const for the sake of the clients that are compiled against this interface.
+    char* const buffer = const_cast<char*>(data);
+    const ssize_t count = retryInterrupted(
+        [&] { return ::read(descriptor, buffer, static_cast<std::size_t>(size)); });
+    if (count >= 0) {
+        return static_cast<int>(count);
+    }
+    const int error = errno;
+    if (error != EAGAIN) {
+        logFailure("Failed to read named pipe", errorText(error));
+    }
+    return -error;
 }
+
 void KovaNamedPipe::close()
 {
+    if (notifier != nullptr) {
+        // While the descriptor is still there: Qt complains of a notifier that outlives it.
+        notifier->setEnabled(false);
+        notifier->deleteLater();
+        notifier = nullptr;
+    }
+    // While the descriptor still holds the inode: no new file can have its number.
+    removeFifo();
+    if (descriptor >= 0) {
+        ::close(descriptor);
+        descriptor = -1;
+    }
 }
+
 QSocketNotifier* KovaNamedPipe::readNotifier()
 {
-    return nullptr;
+    return notifier;
+}
+
+bool KovaNamedPipe::nameUsable(const char* failure) const
+{
+    // The system would take what stands before a null character for the name.
+    const char* const reason = path.isEmpty()               ? "the name is empty"
+                               : path.contains(QChar::Null) ? "the name contains a null character"
+                                                            : nullptr;
+    if (reason != nullptr) {
+        logFailure(failure, reason);
+    }
+    return reason == nullptr;
+}
+
+void KovaNamedPipe::applyNonBlock()
+{
+    // Of the flags that can be changed on a FIFO this is the only one in use.
+    ::fcntl(descriptor, F_SETFL, nonBlock ? O_NONBLOCK : 0);
+}
+
+void KovaNamedPipe::removeFifo()
+{
+    static constexpr const char* failure = "Failed to remove named pipe";
+    if (!removesFifo || !fifo) {
+        return;
+    }
+    const FileId ours = *fifo;
+    fifo.reset();
+    const QByteArray encoded = QFile::encodeName(path);
+    struct stat status = {};
+    if (::lstat(encoded.constData(), &status) == 0 && fileId(status) != ours) {
+        logFailure(failure, "another file has taken its place");
+    } else if (::unlink(encoded.constData()) != 0 && errno != ENOENT) {
+        logFailure(failure, errorText(errno));
+    }
+}
+
+void KovaNamedPipe::logFailure(const char* failure, const std::string& reason) const
+{
+    if (logger.isEnabledFor(log4cplus::ERROR_LOG_LEVEL)) {
+        logger.forcedLog(log4cplus::ERROR_LOG_LEVEL, std::string(failure) + ", " + reason +
+                                                         ", id: " + std::to_string(number) +
+                                                         " name: " + path.toStdString());
+    }
 }
