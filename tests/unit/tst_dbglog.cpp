@@ -5,6 +5,8 @@
 
 #include <string>
 
+Q_DECLARE_METATYPE(std::string)
+
 /// The labels of entry and leave lines.
 class TestDbglog : public QObject
 {
@@ -41,6 +43,14 @@ void TestDbglog::labelIsComponentAndQualifiedName_data()
     row("call operator", "int Less::operator()(int, int) const", "P Less::operator()");
     row("conversion", "A::operator const char*() const", "P A::operator const char*");
     row("name with operator in it", "int A::myoperatorX(int)", "P A::myoperatorX");
+    row("gcc lambda", "A::f(int)::<lambda(int)>", "P A::f");
+    row("gcc generic lambda", "A::f()::<lambda(auto:1)> [with auto:1 = int]", "P A::f");
+    row("clang lambda", "auto A::f(int)::(anonymous class)::operator()(int) const", "P A::f");
+    row("gcc member of a template", "void B<T>::h(const std::string&) [with T = int]", "P B<T>::h");
+    row("clang member of a template", "void B<int>::h(const std::string &) [T = int]",
+        "P B<int>::h");
+    row("array argument", "void A::f(int (&)[3])", "P A::f");
+    row("comparison", "bool operator<(const A&, const A&)", "P operator<");
     row("template class", "void Box<std::pair<int, int> >::put(int)",
         "P Box<std::pair<int, int> >::put");
     row("no arguments at all", "main", "P main");
@@ -71,10 +81,12 @@ void TestDbglog::compilerGivesTheSameLabels()
 {
     QCOMPARE(dbglog_scopedFunction(__PRETTY_FUNCTION__, "SimplePlayer"),
              std::string("SimplePlayer TestDbglog::compilerGivesTheSameLabels"));
+    const std::string lambda = [] { return std::string(__PRETTY_FUNCTION__); }();
+    QCOMPARE(dbglog_scopedFunction(lambda, ""),
+             std::string("TestDbglog::compilerGivesTheSameLabels"));
     QCOMPARE(dbglog_scopedFunction(Engine::start(1), ""), std::string("Engine::start"));
     QCOMPARE(dbglog_scopedFunction(Engine::make(1), ""), std::string("Engine::make"));
 }
 
-Q_DECLARE_METATYPE(std::string)
 KOVA_TEST_MAIN(TestDbglog)
 #include "tst_dbglog.moc"

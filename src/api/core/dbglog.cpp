@@ -1,5 +1,6 @@
 #include "core/dbglog.h"
 
+#include <algorithm>
 #include <cctype>
 
 namespace {
@@ -50,6 +51,14 @@ std::size_t qualifiedNameBegin(const std::string& signature, std::size_t end)
     return 0;
 }
 
+/// The signature of the function that a lambda stands in; any other signature as it is.
+std::string withoutLambda(const std::string& signature)
+{
+    const std::size_t gcc = signature.find("::<lambda(");
+    const std::size_t clang = signature.find("::(anonymous class)::operator()");
+    return signature.substr(0, std::min(gcc, clang));
+}
+
 void removeAll(std::string& text, const std::string& what)
 {
     for (std::size_t at = text.find(what); at != std::string::npos; at = text.find(what)) {
@@ -59,8 +68,9 @@ void removeAll(std::string& text, const std::string& what)
 
 } // namespace
 
-std::string dbglog_scopedFunction(const std::string& signature, const std::string& component)
+std::string dbglog_scopedFunction(const std::string& fullSignature, const std::string& component)
 {
+    const std::string signature = withoutLambda(fullSignature);
     std::string name = signature;
     const std::size_t arguments = argumentListBegin(signature);
     if (arguments != std::string::npos) {

@@ -10,7 +10,8 @@
 /// The result is the component, a blank, and the qualified name of the function without its
 /// result type, argument list, template arguments of the function and unnamed namespaces:
 /// `dbglog_scopedFunction("virtual bool Engine::start(int) const", "Player")` returns
-/// "Player Engine::start". The texts of gcc and clang for one function give the same label.
+/// "Player Engine::start". A lambda has the label of the function that it stands in. The texts of
+/// gcc and clang for one function give the same label, but for the arguments of a class template.
 ///
 /// @param signature  the function's full signature, that is `__PRETTY_FUNCTION__`
 /// @param component  the name of the library or program that logs

@@ -57,8 +57,7 @@ QMetaObject::Connection connect(const typename QtPrivate::FunctionPointer<Signal
         qt_assert("verifyConnectionSignalParameters(sender, signal, receiver, type)", __FILE__,
                   __LINE__);
     }
-    const QMetaObject::Connection connection =
-        QObject::connect(sender, signal, receiver, slot, type);
+    QMetaObject::Connection connection = QObject::connect(sender, signal, receiver, slot, type);
     if (!connection) {
         qt_assert("connection", __FILE__, __LINE__);
     }
