@@ -1,0 +1,41 @@
+#ifndef VIRTUALCARD_CARD_SETTINGS_H
+#define VIRTUALCARD_CARD_SETTINGS_H
+
+#include <alsa/asoundlib.h>
+
+#include <cstdint>
+#include <string>
+
+/// What `pcm.NAME { type virtualcard … }` says about one card.
+struct CardSettings
+{
+    /// What the card refuses.
+    enum class Refuse
+    {
+        Nothing,
+        Open,   ///< it cannot be opened: somebody else has it (EBUSY)
+        Format, ///< it offers no format that any player has
+        Rate,   ///< it cannot be set to any rate (EINVAL)
+    };
+    /// What happens when the client does not write in time.
+    enum class Starve
+    {
+        Xrun, ///< an underrun, as on hardware
+        Wait, ///< the card waits for its client, see VirtualSoundCard
+    };
+
+    std::string record; ///< WAV file of everything played; none when empty
+    std::string events; ///< text file of events; none when empty
+    double speed = 1.0; ///< how many times faster than real time the card plays
+    bool canPause = true;
+    Refuse refuse = Refuse::Nothing;
+    Starve starve = Starve::Xrun;
+    std::int64_t vanishAfter = -1; ///< frames until the card is gone; never when negative
+    std::int64_t stallAfter = -1;  ///< frames until the card stands still; never when negative
+};
+
+/// Reads the settings of a card.
+/// @return 0, or -EINVAL after one line of ALSA's error report that names the field
+int readCardSettings(const snd_config_t* configuration, CardSettings& settings);
+
+#endif

@@ -1,0 +1,699 @@
+#include "VirtualSoundCard.h"
+
+#include "OtherThreads.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <sys/timerfd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+
+namespace {
+
+constexpr Nanoseconds millisecond = 1000000;
+constexpr Nanoseconds second = 1000 * millisecond;
+constexpr Nanoseconds never = std::numeric_limits<Nanoseconds>::max();
+
+/// How soon to look again whether a busy client has come to rest.
+constexpr Nanoseconds busyRetry = millisecond / 5;
+/// After this time a client counts as one that never rests, and the card goes on by one period.
+constexpr Nanoseconds busyPatience = 500 * millisecond;
+/// A client that has not polled for this long is one that does not poll at all.
+constexpr Nanoseconds pollPatience = 50 * millisecond;
+
+/// How long the drain of a card that stands still takes to fail, in milliseconds.
+constexpr int stalledDrain = 10000;
+
+constexpr unsigned maxChannels = 8;
+
+VirtualSoundCard& cardOf(snd_pcm_ioplug_t* io)
+{
+    return *static_cast<VirtualSoundCard*>(io->private_data);
+}
+
+/// What ALSA calls. Each entry only forwards.
+snd_pcm_ioplug_callback_t makeCallbacks(bool canPause)
+{
+    snd_pcm_ioplug_callback_t table{};
+    table.start = [](snd_pcm_ioplug_t* io) { return cardOf(io).start(); };
+    table.stop = [](snd_pcm_ioplug_t* io) { return cardOf(io).stop(); };
+    table.pointer = [](snd_pcm_ioplug_t* io) { return cardOf(io).pointer(); };
+    table.close = [](snd_pcm_ioplug_t* io) {
+        delete &cardOf(io);
+        return 0;
+    };
+    table.hw_params = [](snd_pcm_ioplug_t* io, snd_pcm_hw_params_t*) {
+        return cardOf(io).hwParams();
+    };
+    table.sw_params = [](snd_pcm_ioplug_t* io, snd_pcm_sw_params_t* params) {
+        return cardOf(io).swParams(params);
+    };
+    table.prepare = [](snd_pcm_ioplug_t* io) { return cardOf(io).prepare(); };
+    table.drain = [](snd_pcm_ioplug_t* io) { return cardOf(io).drain(); };
+    // ALSA says that a card can pause exactly when there is such a function.
+    if (canPause) {
+        table.pause = [](snd_pcm_ioplug_t* io, int enable) {
+            return cardOf(io).pause(enable != 0);
+        };
+    }
+    table.poll_descriptors = [](snd_pcm_ioplug_t* io, pollfd* descriptors, unsigned space) {
+        return cardOf(io).pollDescriptors(descriptors, space);
+    };
+    table.poll_revents = [](snd_pcm_ioplug_t* io, pollfd*, unsigned, unsigned short* revents) {
+        return cardOf(io).pollRevents(revents);
+    };
+    table.get_chmap = [](snd_pcm_ioplug_t* io) { return cardOf(io).channelMap(); };
+    return table;
+}
+
+const snd_pcm_ioplug_callback_t* callbacks(bool canPause)
+{
+    static const snd_pcm_ioplug_callback_t withPause = makeCallbacks(true);
+    static const snd_pcm_ioplug_callback_t withoutPause = makeCallbacks(false);
+    return canPause ? &withPause : &withoutPause;
+}
+
+/// The format as it lies in the file.
+WavLayout wavLayout(const snd_pcm_ioplug_t& io)
+{
+    WavLayout layout;
+    layout.rate = io.rate;
+    layout.channels = io.channels;
+    // The fourth byte of S24_LE carries nothing.
+    layout.sampleSize = static_cast<unsigned>(snd_pcm_format_width(io.format)) / 8;
+    layout.isFloat = snd_pcm_format_float(io.format) == 1;
+    return layout;
+}
+
+} // namespace
+
+// ---- Opening and closing
+// -------------------------------------------------------------------------
+
+VirtualSoundCard::VirtualSoundCard(CardSettings cardSettings) : settings(std::move(cardSettings))
+{
+}
+
+VirtualSoundCard::~VirtualSoundCard()
+{
+    if (!io.pcm) {
+        return;
+    }
+    // ALSA has stopped the stream.
+    wav.finish();
+    events.add(monotonicNow(), "close", std::to_string(total));
+}
+
+int VirtualSoundCard::open(const char* name, snd_pcm_stream_t stream, int mode)
+{
+    if (stream != SND_PCM_STREAM_PLAYBACK) {
+        return -ENOENT;
+    }
+    int error = events.open(settings.events);
+    if (error < 0) {
+        SNDERR("virtualcard: %s: %s", settings.events.c_str(), std::strerror(-error));
+        return error;
+    }
+    // An unplugged card stays unplugged, also for other processes: its own events say so.
+    if (settings.vanishAfter >= 0 && events.contains("vanished")) {
+        return -ENODEV;
+    }
+    if (settings.refuse == CardSettings::Refuse::Open) {
+        events.add(monotonicNow(), "refused", "open");
+        return -EBUSY;
+    }
+    error = takeExclusively();
+    if (error == 0) {
+        error = createPcm(name, stream, mode);
+    }
+    if (error == 0) {
+        events.add(monotonicNow(), "open", name);
+    }
+    return error;
+}
+
+/// Like hardware, a card serves one client at a time. The files would be a muddle otherwise.
+int VirtualSoundCard::takeExclusively()
+{
+    const std::string& path = settings.events.empty() ? settings.record : settings.events;
+    if (path.empty()) {
+        return 0;
+    }
+    lock = Descriptor(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644));
+    if (!lock) {
+        const int error = errno;
+        SNDERR("virtualcard: %s: %s", path.c_str(), std::strerror(error));
+        return -error;
+    }
+    return ::flock(lock.get(), LOCK_EX | LOCK_NB) == 0 ? 0 : -EBUSY;
+}
+
+int VirtualSoundCard::createPcm(const char* name, snd_pcm_stream_t stream, int mode)
+{
+    timer = Descriptor(::timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK));
+    if (!timer) {
+        return -errno;
+    }
+    io.version = SND_PCM_IOPLUG_VERSION;
+    io.name = "Virtual sound card";
+    io.flags = SND_PCM_IOPLUG_FLAG_MONOTONIC | SND_PCM_IOPLUG_FLAG_BOUNDARY_WA;
+    io.poll_fd = timer.get();
+    io.poll_events = POLLIN;
+    io.mmap_rw = 1;
+    io.callback = callbacks(settings.canPause);
+    io.private_data = this;
+    int error = snd_pcm_ioplug_create(&io, name, stream, mode);
+    if (error < 0) {
+        return error;
+    }
+    error = setConstraints();
+    if (error < 0) {
+        // Deleting the PCM would delete this object through the close function.
+        static const snd_pcm_ioplug_callback_t none = [] {
+            snd_pcm_ioplug_callback_t table = makeCallbacks(false);
+            table.close = nullptr;
+            return table;
+        }();
+        io.callback = &none;
+        snd_pcm_ioplug_delete(&io);
+        io.pcm = nullptr;
+    }
+    return error;
+}
+
+int VirtualSoundCard::setConstraints()
+{
+    static const std::array<unsigned, 4> accesses = {
+        SND_PCM_ACCESS_MMAP_INTERLEAVED, SND_PCM_ACCESS_MMAP_NONINTERLEAVED,
+        SND_PCM_ACCESS_RW_INTERLEAVED, SND_PCM_ACCESS_RW_NONINTERLEAVED};
+    struct Range
+    {
+        int parameter;
+        unsigned min;
+        unsigned max;
+    };
+    // ALSA knows limits of a plug-in's buffer in bytes only. The largest buffer holds a third of a
+    // second in the widest format and about eleven seconds in the most common one.
+    static const std::array<Range, 5> ranges = {{
+        {SND_PCM_IOPLUG_HW_CHANNELS, 1, maxChannels},
+        {SND_PCM_IOPLUG_HW_RATE, 8000, 192000},
+        {SND_PCM_IOPLUG_HW_PERIOD_BYTES, 64, 1U << 20U},
+        {SND_PCM_IOPLUG_HW_BUFFER_BYTES, 128, 1U << 21U},
+        {SND_PCM_IOPLUG_HW_PERIODS, 2, 1024},
+    }};
+    int error = snd_pcm_ioplug_set_param_list(&io, SND_PCM_IOPLUG_HW_ACCESS, accesses.size(),
+                                              accesses.data());
+    if (error == 0) {
+        error = setFormats();
+    }
+    for (const Range& range : ranges) {
+        if (error == 0) {
+            error = snd_pcm_ioplug_set_param_minmax(&io, range.parameter, range.min, range.max);
+        }
+    }
+    return error;
+}
+
+int VirtualSoundCard::setFormats()
+{
+    static const std::array<unsigned, 7> common = {
+        SND_PCM_FORMAT_U8,        SND_PCM_FORMAT_S16_LE, SND_PCM_FORMAT_S24_3LE,
+        SND_PCM_FORMAT_S24_LE,    SND_PCM_FORMAT_S32_LE, SND_PCM_FORMAT_FLOAT_LE,
+        SND_PCM_FORMAT_FLOAT64_LE};
+    // A digital output's frames: no player has them.
+    static const std::array<unsigned, 1> exotic = {SND_PCM_FORMAT_IEC958_SUBFRAME_LE};
+    if (settings.refuse == CardSettings::Refuse::Format) {
+        return snd_pcm_ioplug_set_param_list(&io, SND_PCM_IOPLUG_HW_FORMAT, exotic.size(),
+                                             exotic.data());
+    }
+    return snd_pcm_ioplug_set_param_list(&io, SND_PCM_IOPLUG_HW_FORMAT, common.size(),
+                                         common.data());
+}
+
+// ---- Setting up
+// ----------------------------------------------------------------------------------
+
+int VirtualSoundCard::hwParams()
+{
+    const std::lock_guard<std::mutex> guard(mutex);
+    if (gone) {
+        return -ENODEV;
+    }
+    const Nanoseconds now = monotonicNow();
+    if (settings.refuse == CardSettings::Refuse::Format ||
+        settings.refuse == CardSettings::Refuse::Rate) {
+        events.add(now, "refused",
+                   settings.refuse == CardSettings::Refuse::Rate ? "rate" : "format");
+        return -EINVAL;
+    }
+    clock.configure(io.rate, settings.speed);
+    const int error = settings.record.empty() ? 0 : wav.open(settings.record, wavLayout(io));
+    if (error < 0) {
+        SNDERR("virtualcard: %s: %s", settings.record.c_str(), std::strerror(-error));
+        return error;
+    }
+    events.add(now, "configure",
+               snd_pcm_format_name(io.format) + (' ' + std::to_string(io.rate)) + ' ' +
+                   std::to_string(io.channels) + ' ' + std::to_string(io.buffer_size) + ' ' +
+                   std::to_string(io.period_size));
+    return 0;
+}
+
+int VirtualSoundCard::swParams(snd_pcm_sw_params_t* params)
+{
+    const std::lock_guard<std::mutex> guard(mutex);
+    snd_pcm_sw_params_get_avail_min(params, &availMin);
+    snd_pcm_sw_params_get_boundary(params, &boundary);
+    return 0;
+}
+
+/// One of ALSA's position by number of channels, in the order of WAV files: what a player reads
+/// from such a file goes through unchanged.
+snd_pcm_chmap_t* VirtualSoundCard::channelMap() const
+{
+    static const std::array<std::array<unsigned, maxChannels>, maxChannels> maps = {{
+        {SND_CHMAP_MONO},
+        {SND_CHMAP_FL, SND_CHMAP_FR},
+        {SND_CHMAP_FL, SND_CHMAP_FR, SND_CHMAP_FC},
+        {SND_CHMAP_FL, SND_CHMAP_FR, SND_CHMAP_RL, SND_CHMAP_RR},
+        {SND_CHMAP_FL, SND_CHMAP_FR, SND_CHMAP_FC, SND_CHMAP_RL, SND_CHMAP_RR},
+        {SND_CHMAP_FL, SND_CHMAP_FR, SND_CHMAP_FC, SND_CHMAP_LFE, SND_CHMAP_RL, SND_CHMAP_RR},
+        {SND_CHMAP_FL, SND_CHMAP_FR, SND_CHMAP_FC, SND_CHMAP_LFE, SND_CHMAP_RC, SND_CHMAP_SL,
+         SND_CHMAP_SR},
+        {SND_CHMAP_FL, SND_CHMAP_FR, SND_CHMAP_FC, SND_CHMAP_LFE, SND_CHMAP_RL, SND_CHMAP_RR,
+         SND_CHMAP_SL, SND_CHMAP_SR},
+    }};
+    const unsigned channels = io.channels;
+    if (channels < 1 || channels > maxChannels) {
+        return nullptr;
+    }
+    // The caller gives it back with free().
+    auto* map = static_cast<snd_pcm_chmap_t*>(
+        std::malloc(sizeof(snd_pcm_chmap_t) + channels * sizeof(unsigned)));
+    if (map) {
+        map->channels = channels;
+        std::copy_n(maps[channels - 1].begin(), channels, map->pos);
+    }
+    return map;
+}
+
+int VirtualSoundCard::prepare()
+{
+    const std::lock_guard<std::mutex> guard(mutex);
+    started = false;
+    armTimer();
+    return gone ? -ENODEV : 0;
+}
+
+// ---- Starting and stopping
+// -----------------------------------------------------------------------
+
+int VirtualSoundCard::start()
+{
+    const std::lock_guard<std::mutex> guard(mutex);
+    if (gone) {
+        return -ENODEV;
+    }
+    begin(monotonicNow());
+    return 0;
+}
+
+void VirtualSoundCard::begin(Nanoseconds now)
+{
+    started = true;
+    paused = false;
+    played = 0;
+    allowed = 0;
+    polledAt = now;
+    busySince = 0;
+    clock.set(now, 0);
+    events.add(now, "first-frame");
+    armTimer();
+}
+
+int VirtualSoundCard::stop()
+{
+    const std::lock_guard<std::mutex> guard(mutex);
+    const Nanoseconds now = monotonicNow();
+    if (started) {
+        const snd_pcm_uframes_t left = queued() - catchUp(now);
+        if (io.state == SND_PCM_STATE_DRAINING && left == 0) {
+            events.add(clock.timeOf(played), "drained", std::to_string(total));
+        } else if (!gone) {
+            events.add(now, "stop", std::to_string(left));
+        }
+    }
+    started = false;
+    wav.finish();
+    return 0;
+}
+
+int VirtualSoundCard::pause(bool enable)
+{
+    const std::lock_guard<std::mutex> guard(mutex);
+    if (gone) {
+        return -ENODEV;
+    }
+    const Nanoseconds now = monotonicNow();
+    if (enable) {
+        // What was due until now is played at the next look, and not a frame more.
+        const auto available = static_cast<std::int64_t>(queued());
+        pausedAt = std::min(clock.framesAt(now), played + available);
+    } else {
+        clock.set(now, pausedAt);
+    }
+    paused = enable;
+    events.add(now, enable ? "pause" : "resume");
+    armTimer();
+    return 0;
+}
+
+int VirtualSoundCard::drain()
+{
+    {
+        const std::lock_guard<std::mutex> guard(mutex);
+        if (gone) {
+            return -ENODEV;
+        }
+        // ALSA leaves it to us to start a stream that was too short to start by itself.
+        const Nanoseconds now = monotonicNow();
+        events.add(now, "drain");
+        if (!started) {
+            begin(now);
+        }
+    }
+    return waitForEnd();
+}
+
+int VirtualSoundCard::waitForEnd()
+{
+    for (;;) {
+        // The state changes in here, when the last frame has been played.
+        snd_pcm_avail_update(io.pcm);
+        {
+            const std::lock_guard<std::mutex> guard(mutex);
+            if (gone || io.state != SND_PCM_STATE_DRAINING) {
+                return gone ? -ENODEV : 0;
+            }
+            armTimer();
+        }
+        if (io.nonblock != 0) {
+            return -EAGAIN;
+        }
+        pollfd wait = {timer.get(), POLLIN, 0};
+        if (::poll(&wait, 1, settings.stallAfter >= 0 ? stalledDrain : -1) == 0) {
+            return -EIO;
+        }
+    }
+}
+
+// ---- Playing
+// -------------------------------------------------------------------------------------
+
+/// The frames in the buffer that have not been played.
+snd_pcm_uframes_t VirtualSoundCard::queued() const
+{
+    return boundary == 0 ? 0 : (io.appl_ptr + boundary - io.hw_ptr) % boundary;
+}
+
+std::int64_t VirtualSoundCard::clockFrames(Nanoseconds now) const
+{
+    return paused ? pausedAt : clock.framesAt(now);
+}
+
+/// The frames whose time has come, whether they are there or not.
+std::int64_t VirtualSoundCard::due(Nanoseconds now) const
+{
+    std::int64_t frames = clockFrames(now) - played;
+    if (settings.stallAfter >= 0) {
+        frames = std::min(frames, settings.stallAfter - total);
+    }
+    if (settings.vanishAfter >= 0) {
+        frames = std::min(frames, settings.vanishAfter - total);
+    }
+    if (waitsForClient()) {
+        frames = std::min(frames, allowed - played);
+    }
+    return std::max<std::int64_t>(frames, 0);
+}
+
+/// Plays what is due. ALSA's position is still the one before when this returns.
+/// @return the number of frames
+snd_pcm_uframes_t VirtualSoundCard::catchUp(Nanoseconds now)
+{
+    const snd_pcm_uframes_t frames = std::min(queued(), static_cast<snd_pcm_uframes_t>(due(now)));
+    record(io.hw_ptr, frames);
+    played += static_cast<std::int64_t>(frames);
+    total += static_cast<std::int64_t>(frames);
+    if (total == settings.vanishAfter) {
+        vanish(clock.timeOf(played));
+    }
+    return frames;
+}
+
+void VirtualSoundCard::vanish(Nanoseconds when)
+{
+    gone = true;
+    started = false;
+    events.add(when, "vanished", std::to_string(total));
+    snd_pcm_ioplug_set_state(&io, SND_PCM_STATE_DISCONNECTED);
+}
+
+void VirtualSoundCard::underrun(Nanoseconds when)
+{
+    started = false;
+    events.add(when, "xrun", std::to_string(total));
+    wav.finish();
+}
+
+snd_pcm_sframes_t VirtualSoundCard::pointer()
+{
+    const std::lock_guard<std::mutex> guard(mutex);
+    snd_pcm_uframes_t position = io.hw_ptr;
+    if (started) {
+        const Nanoseconds now = monotonicNow();
+        const bool isDraining = io.state == SND_PCM_STATE_DRAINING;
+        const snd_pcm_uframes_t available = queued();
+        allowWithoutPolling(now);
+        const snd_pcm_uframes_t frames = catchUp(now);
+        position = (position + frames) % boundary;
+        if (started && !isDraining && frames == available && due(now) > 0) {
+            if (!waitsForClient()) {
+                underrun(clock.timeOf(played));
+                return -EPIPE;
+            }
+            clock.set(now, played);
+        }
+    }
+    return static_cast<snd_pcm_sframes_t>(position);
+}
+
+// ---- Waiting for the client
+// ----------------------------------------------------------------------
+
+bool VirtualSoundCard::waitsForClient() const
+{
+    // After a drain has begun the client has no more to give.
+    return settings.starve == CardSettings::Starve::Wait && io.state != SND_PCM_STATE_DRAINING;
+}
+
+/// Lets the card play one more period. A clock that ran on meanwhile keeps its time unless it is
+/// more than that period ahead.
+void VirtualSoundCard::allowNextPeriod(Nanoseconds now)
+{
+    allowed = played + static_cast<std::int64_t>(io.period_size);
+    busySince = 0;
+    if (!paused && clock.framesAt(now) > allowed) {
+        clock.set(now, allowed);
+    }
+}
+
+/// A client that never polls has no moment at which it can be seen to wait: it is not waited for.
+void VirtualSoundCard::allowWithoutPolling(Nanoseconds now)
+{
+    if (played == allowed && now - polledAt > pollPatience) {
+        allowNextPeriod(now);
+    }
+}
+
+/// Called by a thread of the client that waits for room: if all others rest, too, the card goes on.
+void VirtualSoundCard::lookAfterClient()
+{
+    // No lock is held while the threads are looked at: one that waits for it would seem to rest.
+    const bool resting = usesUpPeriod() && othersAreAsleep();
+    const std::lock_guard<std::mutex> guard(mutex);
+    const Nanoseconds now = monotonicNow();
+    polledAt = now;
+    if (!started || clockFrames(now) < allowed) {
+        return;
+    }
+    if (busySince == 0) {
+        busySince = now;
+    }
+    if (resting || now - busySince > busyPatience) {
+        allowNextPeriod(now);
+    }
+}
+
+bool VirtualSoundCard::usesUpPeriod()
+{
+    const std::lock_guard<std::mutex> guard(mutex);
+    return started && waitsForClient() && clockFrames(monotonicNow()) >= allowed;
+}
+
+// ---- Polling
+// -------------------------------------------------------------------------------------
+
+int VirtualSoundCard::pollDescriptors(pollfd* descriptors, unsigned space)
+{
+    if (space < 1) {
+        return 0;
+    }
+    const std::lock_guard<std::mutex> guard(mutex);
+    armTimer();
+    *descriptors = {timer.get(), POLLIN, 0};
+    return 1;
+}
+
+int VirtualSoundCard::pollRevents(unsigned short* revents)
+{
+    const InsideCard inside;
+    lookAfterClient();
+    snd_pcm_avail_update(io.pcm);
+
+    const std::lock_guard<std::mutex> guard(mutex);
+    *revents = 0;
+    switch (io.state) {
+    case SND_PCM_STATE_PREPARED:
+    case SND_PCM_STATE_RUNNING:
+    case SND_PCM_STATE_PAUSED:
+        if (hasRoom()) {
+            *revents = POLLOUT;
+        }
+        break;
+    case SND_PCM_STATE_DRAINING:
+        break;
+    default:
+        *revents = POLLOUT | POLLERR;
+        break;
+    }
+    armTimer();
+    return 0;
+}
+
+bool VirtualSoundCard::hasRoom() const
+{
+    return queued() + availMin <= io.buffer_size;
+}
+
+/// Sets the timer behind the poll descriptor to when the client has a reason to look.
+void VirtualSoundCard::armTimer()
+{
+    const Nanoseconds when = wakeTime();
+    itimerspec setting{};
+    if (when != never) {
+        // A time that has passed expires at once; only zero would switch the timer off.
+        const Nanoseconds time = std::max<Nanoseconds>(when, 1);
+        setting.it_value = {static_cast<time_t>(time / second), static_cast<long>(time % second)};
+    }
+    ::timerfd_settime(timer.get(), TFD_TIMER_ABSTIME, &setting, nullptr);
+}
+
+Nanoseconds VirtualSoundCard::wakeTime() const
+{
+    switch (io.state) {
+    case SND_PCM_STATE_PREPARED:
+    case SND_PCM_STATE_PAUSED:
+        // The callback that starts the stream runs before the state changes.
+        if (!started || paused) {
+            return hasRoom() ? 0 : never;
+        }
+        break;
+    case SND_PCM_STATE_RUNNING:
+    case SND_PCM_STATE_DRAINING:
+        break;
+    default:
+        return 0;
+    }
+    return timeOfChange();
+}
+
+/// When the buffer of a running stream has room or has been played, or the card has to look after
+/// its client.
+Nanoseconds VirtualSoundCard::timeOfChange() const
+{
+    const auto left = static_cast<std::int64_t>(queued());
+    const bool isDraining = io.state == SND_PCM_STATE_DRAINING;
+    const auto wanted =
+        left + static_cast<std::int64_t>(availMin) - static_cast<std::int64_t>(io.buffer_size);
+    std::int64_t frames = isDraining ? left : std::clamp<std::int64_t>(wanted, 0, left);
+    if (settings.vanishAfter >= 0) {
+        frames = std::min(frames, settings.vanishAfter - total);
+    }
+    if (settings.stallAfter >= 0) {
+        if (total >= settings.stallAfter && frames > 0) {
+            return never;
+        }
+        frames = std::min(frames, settings.stallAfter - total);
+    }
+    if (!waitsForClient()) {
+        return clock.timeOf(played + frames);
+    }
+    const Nanoseconds look =
+        std::max(clock.timeOf(allowed), busySince == 0 ? 0 : polledAt + busyRetry);
+    return frames > 0 && played + frames > allowed ? look : clock.timeOf(played + frames);
+}
+
+// ---- Recording
+// -----------------------------------------------------------------------------------
+
+/// Records frames that stand in the ring buffer from ALSA's `position` on.
+void VirtualSoundCard::record(snd_pcm_uframes_t position, snd_pcm_uframes_t frames)
+{
+    const std::size_t frameSize = wavLayout(io).frameSize();
+    while (frames > 0 && !settings.record.empty()) {
+        const snd_pcm_uframes_t offset = position % io.buffer_size;
+        const snd_pcm_uframes_t run = std::min(frames, io.buffer_size - offset);
+        const int error = wav.append(inFileOrder(offset, run), run * frameSize);
+        if (error < 0 && !writeFailed) {
+            writeFailed = true;
+            SNDERR("virtualcard: %s: %s", settings.record.c_str(), std::strerror(-error));
+        }
+        position += run;
+        frames -= run;
+    }
+}
+
+/// A run of frames interleaved and without the empty bytes of S24_LE: the ring buffer itself where
+/// it is like that, a copy otherwise.
+const char* VirtualSoundCard::inFileOrder(snd_pcm_uframes_t offset, snd_pcm_uframes_t frames)
+{
+    const snd_pcm_channel_area_t* areas = snd_pcm_ioplug_mmap_areas(&io);
+    const WavLayout layout = wavLayout(io);
+    const auto address = [areas, offset](unsigned channel, std::size_t frame) {
+        const snd_pcm_channel_area_t& area = areas[channel];
+        const std::size_t bits = area.first + (offset + frame) * area.step;
+        return static_cast<const char*>(area.addr) + bits / 8;
+    };
+    const bool isInterleaved =
+        io.access == SND_PCM_ACCESS_RW_INTERLEAVED || io.access == SND_PCM_ACCESS_MMAP_INTERLEAVED;
+    if (isInterleaved && areas[0].step == 8 * layout.frameSize()) {
+        return address(0, 0);
+    }
+    packed.resize(frames * layout.frameSize());
+    char* out = packed.data();
+    for (std::size_t frame = 0; frame < frames; ++frame) {
+        for (unsigned channel = 0; channel < layout.channels; ++channel) {
+            std::memcpy(out, address(channel, frame), layout.sampleSize);
+            out += layout.sampleSize;
+        }
+    }
+    return packed.data();
+}
