@@ -118,3 +118,10 @@ QStringList leakedGstObjects(const QStringList& expected)
     } while (!deadline.hasExpired());
     return leaked;
 }
+
+void forgetLiveGstObjects()
+{
+    const std::lock_guard<std::mutex> lock(live().mutex);
+    live().objects.clear();
+    live().miniObjects.clear();
+}

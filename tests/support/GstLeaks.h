@@ -18,4 +18,7 @@ QStringList liveGstObjects();
 /// references a moment after a pipeline is gone. Returns what was still alive in excess at the end.
 QStringList leakedGstObjects(const QStringList& expected = QStringList());
 
+/// Takes all objects alive now for known: they are never told again.
+void forgetLiveGstObjects();
+
 #endif

@@ -1,0 +1,107 @@
+#include "support/TestProcess.h"
+
+#include <QtCore/QProcess>
+#include <QtCore/QRegularExpression>
+#include <QtTest/QtTest>
+
+/// The built libraries as an integrator finds them: names, link line, exports, behaviour when
+/// loaded.
+class TestLibrary : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void sonamesCarryNoVersion_data();
+    void sonamesCarryNoVersion();
+    void uncalledLibrariesAreOnTheLinkLine();
+    void onlyPublicClassesAreExported();
+    void loadingPrintsNothingAndStartsNoThread();
+
+private:
+    /// What a tool prints about a file.
+    static QString output(const QString& tool, const QStringList& arguments);
+};
+
+QString TestLibrary::output(const QString& tool, const QStringList& arguments)
+{
+    QProcess process;
+    process.start(tool, arguments);
+    if (!process.waitForFinished(60000) || process.exitCode() != 0) {
+        qFatal("%s failed: %s", qPrintable(tool), process.readAllStandardError().constData());
+    }
+    return QString::fromUtf8(process.readAllStandardOutput());
+}
+
+void TestLibrary::sonamesCarryNoVersion_data()
+{
+    QTest::addColumn<QString>("file");
+    QTest::addColumn<QString>("soname");
+    QTest::newRow("player") << KOVA_SIMPLEPLAYER_FILE << "libkova_simpleplayer.so";
+    QTest::newRow("core API") << KOVA_API_FILE << "libkova_api.so";
+}
+
+void TestLibrary::sonamesCarryNoVersion()
+{
+    QFETCH(QString, file);
+    QFETCH(QString, soname);
+    QCOMPARE(QFileInfo(file).fileName(), soname);
+    QVERIFY(output(QStringLiteral("readelf"), {"-d", file})
+                .contains(QStringLiteral("Library soname: [%1]").arg(soname)));
+}
+
+void TestLibrary::uncalledLibrariesAreOnTheLinkLine()
+{
+    const QString dynamic = output(QStringLiteral("readelf"), {"-d", KOVA_SIMPLEPLAYER_FILE});
+    QVERIFY(dynamic.contains(QStringLiteral("[libkova_api.so]")));
+    QVERIFY(!dynamic.contains(QStringLiteral("SYMBOLIC")));
+    for (const char* name : {"libgstbase-1.0.so.0", "libgstaudio-1.0.so.0", "libgstvideo-1.0.so.0",
+                             "libgstpbutils-1.0.so.0", "libQt5Network.so.5", "libQt5DBus.so.5",
+                             "libnanomsg.so.5", "libcap.so.2"}) {
+        QCOMPARE(dynamic.contains(QStringLiteral("[%1]").arg(name)), bool(KOVA_LINK_UNCALLED));
+    }
+}
+
+void TestLibrary::onlyPublicClassesAreExported()
+{
+    const QRegularExpression publicSymbol(
+        QStringLiteral("^((vtable|typeinfo|typeinfo name) for "
+                       ")?(SimplePlayer|FakePlayer|UriSimplePlayer)(::.*)?$"));
+    const QString symbols =
+        output(QStringLiteral("nm"), {"-DC", "--defined-only", KOVA_SIMPLEPLAYER_FILE});
+    int exported = 0;
+    for (const QString& line : symbols.split(QLatin1Char('\n'), Qt::SkipEmptyParts)) {
+        const QString symbol = line.section(QLatin1Char(' '), 2);
+        QVERIFY2(publicSymbol.match(symbol).hasMatch(), qPrintable(symbol));
+        ++exported;
+    }
+    QVERIFY(exported > 0);
+    for (const char* needed :
+         {"SimplePlayer::staticMetaObject", "SimplePlayer::playbackEnded(QString const&)",
+          "FakePlayer::FakePlayer(QString const&, QObject*)", "typeinfo for UriSimplePlayer",
+          "UriSimplePlayer::UriSimplePlayer(QString const&, QString const&, QString const&, "
+          "QObject*)"}) {
+        QVERIFY2(symbols.contains(QLatin1String(needed)), needed);
+    }
+}
+
+void TestLibrary::loadingPrintsNothingAndStartsNoThread()
+{
+    // log4cplus starts the threads of its pool when it is loaded; the library adds none to them.
+    const auto threadsAfterLoading = [](const QString& library) {
+        QProcess loader;
+        loader.start(LOAD_ONLY_FILE, {library});
+        loader.waitForFinished(60000);
+        const QByteArray printed = loader.readAllStandardOutput() + loader.readAllStandardError();
+        return printed.isEmpty() && loader.exitStatus() == QProcess::NormalExit
+                   ? QString::number(loader.exitCode())
+                   : QString::fromUtf8(printed);
+    };
+    const QString log4cplus =
+        QRegularExpression(QStringLiteral("\\[(liblog4cplus[^\\]]*)\\]"))
+            .match(output(QStringLiteral("readelf"), {"-d", KOVA_SIMPLEPLAYER_FILE}))
+            .captured(1);
+    QCOMPARE(threadsAfterLoading(KOVA_SIMPLEPLAYER_FILE), threadsAfterLoading(log4cplus));
+}
+
+KOVA_TEST_MAIN(TestLibrary)
+#include "tst_library.moc"

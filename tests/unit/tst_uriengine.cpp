@@ -1,0 +1,492 @@
+#include "unit/TestEngine.h"
+
+#include "support/GstLeaks.h"
+#include "support/LogCapture.h"
+#include "support/Outcomes.h"
+#include "support/TestProcess.h"
+
+#include <simplePlayer/UriSimplePlayer.h>
+#include <simplePlayer/UriSimplePlayer_p.h>
+
+#include <QtCore/QDir>
+#include <QtTest/QtTest>
+
+#include <memory>
+
+namespace {
+
+/// The URI engine with its members within reach.
+class OpenEngine : public UriSimplePlayerImpl
+{
+public:
+    using UriSimplePlayerImpl::endReported;
+    using UriSimplePlayerImpl::initialized;
+    using UriSimplePlayerImpl::pipeline;
+    using UriSimplePlayerImpl::player;
+    using UriSimplePlayerImpl::queue;
+    using UriSimplePlayerImpl::sink;
+    using UriSimplePlayerImpl::uri;
+    using UriSimplePlayerImpl::uriDecodeBin;
+    using UriSimplePlayerImpl::uriPlayer;
+    using UriSimplePlayerImpl::UriSimplePlayerImpl;
+};
+
+/// A front object and an open engine for it. The front object's own engine stays unused.
+struct Scene
+{
+    explicit Scene(const QString& item, const QString& device = QStringLiteral("null"))
+        : front(QString(), QStringLiteral("front"), QString()),
+          engine(new OpenEngine(item, QStringLiteral("T"), device, &front))
+    {
+        log.clear();
+    }
+
+    LogCapture log;
+    UriSimplePlayer front;
+    std::unique_ptr<OpenEngine> engine;
+};
+
+} // namespace
+
+/// URI making, the pipeline of the URI engine, its decoded pads and its restart.
+class TestUriEngine : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void cleanup();
+
+    void uriIsMadeFromTheItem_data();
+    void uriIsMadeFromTheItem();
+    void missingFileIsLoggedAsTheClientNamedIt_data();
+    void missingFileIsLoggedAsTheClientNamedIt();
+    void frontObjectForwardsToItsEngine();
+
+    void pipelineHasItsElements();
+    void pipelineCanBeBuiltAgainAfterARelease();
+    void nullPipelineIsRefused();
+    void emptyUriIsRefusedAtStart();
+    void missingElementEndsTheBuilding_data();
+    void missingElementEndsTheBuilding();
+    void chainThatCannotBeLinkedEndsTheBuilding();
+
+    void audioPadIsLinkedToTheQueue();
+    void otherPadIsSkippedWithTheUri();
+    void linkedPadIsLeftAlone();
+
+    void restartSeeksTheDecoderBackToTheBeginning();
+    void restartFailsWhenNothingCanSeek();
+    void loopWhoseSeekFailsEndsOnce();
+
+    void destructorReleasesThePipelineFirst();
+
+private:
+    QString file;
+};
+
+void TestUriEngine::initTestCase()
+{
+    // Nothing here is decoded: any content will do.
+    file = TestProcess::path(QStringLiteral("a b.wav"));
+    for (const char* name : {"a b.wav", "a%20b.wav", "http:", "HTTP:"}) {
+        QFile made(TestProcess::path(QString::fromLatin1(name)));
+        QVERIFY(made.open(QIODevice::WriteOnly));
+    }
+    QVERIFY(QDir().mkpath(TestProcess::path(QStringLiteral("folder"))));
+    QVERIFY(QDir::setCurrent(TestProcess::path()));
+}
+
+void TestUriEngine::cleanup()
+{
+    QCOMPARE(leakedGstObjects().join(QLatin1Char(' ')), QString());
+}
+
+void TestUriEngine::uriIsMadeFromTheItem_data()
+{
+    QTest::addColumn<QString>("item");
+    QTest::addColumn<QString>("uri");
+    QTest::addColumn<QString>("kind");
+    const QString folder = QDir::currentPath() + QLatin1Char('/');
+    const auto web = [](const char* item) { QTest::newRow(item) << item << item << "Web URI: "; };
+    web("http://host/a.wav");
+    web("https://host/a.wav");
+    web("http://");
+    web("http://host/a b#?%.wav");
+    QTest::newRow("absolute path") << file << "file://" + file << "File URI: ";
+    QTest::newRow("relative path") << "a b.wav"
+                                   << "file://" + folder + "a b.wav"
+                                   << "File URI: ";
+    QTest::newRow("relative path with dots") << "folder/../a b.wav"
+                                             << "file://" + folder + "a b.wav"
+                                             << "File URI: ";
+    QTest::newRow("file URI") << "file://" + file << "file://" + file << "File URI: ";
+    QTest::newRow("file URI of a relative path") << "file://a b.wav"
+                                                 << "file://" + folder + "a b.wav"
+                                                 << "File URI: ";
+    QTest::newRow("percent escape is looked up literally") << "file://a%20b.wav"
+                                                           << "file://" + folder + "a%20b.wav"
+                                                           << "File URI: ";
+    QTest::newRow("folder") << "folder"
+                            << "file://" + folder + "folder"
+                            << "File URI: ";
+    QTest::newRow("no web URI, a file") << "http:"
+                                        << "file://" + folder + "http:"
+                                        << "File URI: ";
+}
+
+void TestUriEngine::uriIsMadeFromTheItem()
+{
+    QFETCH(QString, item);
+    QFETCH(QString, uri);
+    QFETCH(QString, kind);
+    LogCapture log;
+    UriSimplePlayer front(QString(), QStringLiteral("front"), QString());
+    log.clear();
+    OpenEngine engine(item, QStringLiteral("T"), QStringLiteral("device"), &front);
+    QCOMPARE(engine.uri, uri);
+    QCOMPARE(engine.uriPlayer, &front);
+    QCOMPARE(log.lines().mid(2),
+             (QStringList{enterLine("TRACE", "makeUriFromPath", qPrintable("path: " + item)),
+                          leaveLine("TRACE", "makeUriFromPath", qPrintable(kind + uri))}));
+}
+
+void TestUriEngine::missingFileIsLoggedAsTheClientNamedIt_data()
+{
+    QTest::addColumn<QString>("item");
+    QTest::newRow("path") << "missing.wav";
+    QTest::newRow("file URI") << "file:///missing/missing.wav";
+    QTest::newRow("escaped file URI") << "file://" + QDir::currentPath() + "/folder%2Fx";
+    QTest::newRow("web URI in upper case") << "HTTP://host/a.wav";
+    QTest::newRow("web URI in mixed case") << "Https://host/a.wav";
+    QTest::newRow("file URI in upper case") << "FILE://" + file;
+    QTest::newRow("empty") << "";
+    QTest::newRow("bare file scheme") << "file://";
+    QTest::newRow("blank before a web URI") << " http://host/";
+}
+
+void TestUriEngine::missingFileIsLoggedAsTheClientNamedIt()
+{
+    QFETCH(QString, item);
+    LogCapture log;
+    UriSimplePlayer front(QStringLiteral("a b.wav"), QStringLiteral("front"), QString());
+    log.clear();
+    OpenEngine engine(item, QStringLiteral("T"), QStringLiteral("device"), &front);
+    QVERIFY(engine.uri.isNull());
+    QCOMPARE(log.lines().mid(2),
+             (QStringList{enterLine("TRACE", "makeUriFromPath", qPrintable("path: " + item)),
+                          "ERROR File '" + item + "' does not exist"}));
+}
+
+void TestUriEngine::frontObjectForwardsToItsEngine()
+{
+    LogCapture log;
+    UriSimplePlayer player(QStringLiteral("missing.wav"), QStringLiteral("T"), QString());
+    const Outcomes outcomes(&player);
+    log.clear();
+    QVERIFY(!player.startPlayback());
+    QCOMPARE(log.texts("ERROR").first(), QStringLiteral("Cannot initialize as uri is empty"));
+    QVERIFY(!player.pausePlayback());
+    QCOMPARE(log.texts("ERROR").last(), QStringLiteral("Pipeline not initialized - not pausing"));
+    QVERIFY(!player.stopPlayback());
+    QCOMPARE(log.texts("ERROR").last(), QStringLiteral("Pipeline not initialized - not stopping"));
+    QCoreApplication::processEvents();
+    QCOMPARE(outcomes.all, QStringList{"error T: Not initialized"});
+}
+
+void TestUriEngine::pipelineHasItsElements()
+{
+    Scene scene(file, QStringLiteral("the device"));
+    QVERIFY(scene.engine->setupGstPipeline());
+    QCOMPARE(scene.log.lines().mid(1, 2),
+             (QStringList{enterLine("TRACE", "UriSimplePlayerImpl::initPipeline", "token: T"),
+                          leaveLine("TRACE", "UriSimplePlayerImpl::initPipeline", "token: T")}));
+
+    // A bin lists its elements with the latest first.
+    QStringList names;
+    for (GList* i = GST_BIN_CHILDREN(scene.engine->pipeline); i; i = i->next) {
+        names.prepend(QString::fromUtf8(GST_OBJECT_NAME(i->data)));
+    }
+    QCOMPARE(names,
+             (QStringList{"UriDecodeBin", "Queue", "AudioConvert", "AudioResample", "AudioSink"}));
+    gchar* uri = nullptr;
+    gchar* device = nullptr;
+    g_object_get(scene.engine->uriDecodeBin, "uri", &uri, nullptr);
+    g_object_get(scene.engine->sink, "device", &device, nullptr);
+    QCOMPARE(QByteArray(uri), ("file://" + file).toUtf8());
+    QCOMPARE(QByteArray(device), QByteArray("the device"));
+    g_free(uri);
+    g_free(device);
+    QCOMPARE(GST_OBJECT_NAME(scene.engine->queue), "Queue");
+    // Until the decoder announces a pad, nothing leads from the source to the sink.
+    GstPad* queueSink = gst_element_get_static_pad(scene.engine->queue, "sink");
+    QVERIFY(!gst_pad_is_linked(queueSink));
+    gst_object_unref(queueSink);
+}
+
+void TestUriEngine::pipelineCanBeBuiltAgainAfterARelease()
+{
+    Scene scene(file);
+    QVERIFY(scene.engine->setupGstPipeline());
+    scene.engine->releaseGstPipeline();
+    QVERIFY(scene.engine->setupGstPipeline());
+    QCOMPARE(GST_OBJECT_PARENT(scene.engine->uriDecodeBin), GST_OBJECT(scene.engine->pipeline));
+}
+
+void TestUriEngine::nullPipelineIsRefused()
+{
+    Scene scene(file);
+    QVERIFY(!scene.engine->initPipeline(nullptr));
+    QCOMPARE(scene.log.lines(),
+             (QStringList{enterLine("TRACE", "UriSimplePlayerImpl::initPipeline", "token: T"),
+                          "ERROR Failed to create pipeline"}));
+}
+
+void TestUriEngine::emptyUriIsRefusedAtStart()
+{
+    Scene scene(QStringLiteral("missing.wav"));
+    QVERIFY(!scene.engine->startPlayback());
+    QCOMPARE(scene.log.texts("ERROR"),
+             (QStringList{"Cannot initialize as uri is empty",
+                          "Failed to setup gst pipeline of simple player"}));
+    QVERIFY(!scene.engine->uriDecodeBin);
+}
+
+void TestUriEngine::missingElementEndsTheBuilding_data()
+{
+    QTest::addColumn<QByteArray>("factory");
+    for (const char* factory :
+         {"uridecodebin", "queue", "audioconvert", "audioresample", "alsasink"}) {
+        QTest::newRow(factory) << QByteArray(factory);
+    }
+}
+
+void TestUriEngine::missingElementEndsTheBuilding()
+{
+    QFETCH(QByteArray, factory);
+    const QStringList before = liveGstObjects();
+    const MissingFactory missing(factory.constData());
+    {
+        Scene scene(file);
+        QVERIFY(!scene.engine->startPlayback());
+        QCOMPARE(scene.log.texts("ERROR"),
+                 (QStringList{"could not create " + factory + " element",
+                              "Failed to setup gst pipeline of simple player"}));
+        QVERIFY(!scene.log.lines().contains(
+            leaveLine("TRACE", "UriSimplePlayerImpl::initPipeline", "token: T")));
+        QVERIFY(!scene.engine->initialized);
+        QCOMPARE(GST_BIN_NUMCHILDREN(scene.engine->pipeline), 0);
+        QCOMPARE(scene.engine->uriDecodeBin != nullptr, factory != "uridecodebin");
+        QCOMPARE(scene.engine->queue != nullptr, factory != "uridecodebin" && factory != "queue");
+        QVERIFY(!scene.engine->sink);
+        // What the failed build abandons on purpose is still there, floating; it is freed here only
+        // to keep the leak check sharp for everything else.
+        if (scene.engine->uriDecodeBin) {
+            QVERIFY(g_object_is_floating(scene.engine->uriDecodeBin));
+            gst_object_unref(scene.engine->uriDecodeBin);
+        }
+        if (scene.engine->queue) {
+            QVERIFY(g_object_is_floating(scene.engine->queue));
+            gst_object_unref(scene.engine->queue);
+        }
+    }
+    // The converters are in no member, so they stay; nothing else may.
+    QStringList abandoned;
+    if (factory == "audioresample" || factory == "alsasink") {
+        abandoned << "GstAudioConvert"
+                  << "GstPad"
+                  << "GstPad";
+    }
+    if (factory == "alsasink") {
+        abandoned << "GstAudioResample"
+                  << "GstPad"
+                  << "GstPad";
+    }
+    QCOMPARE(leakedGstObjects(before + abandoned).join(QLatin1Char(' ')), QString());
+    QCOMPARE(liveGstObjects().size(), before.size() + abandoned.size());
+    forgetLiveGstObjects();
+}
+
+void TestUriEngine::chainThatCannotBeLinkedEndsTheBuilding()
+{
+    Scene scene(file);
+    const ReplacedFactory replaced("audioconvert", "pipeline");
+    QVERIFY(!scene.engine->startPlayback());
+    QCOMPARE(scene.log.texts("ERROR"),
+             (QStringList{"Failed to link gst elements (uri player)",
+                          "Failed to setup gst pipeline of simple player"}));
+    // All five elements are in the pipeline, which releases them later.
+    QCOMPARE(GST_BIN_NUMCHILDREN(scene.engine->pipeline), 5);
+}
+
+/// A pad such as uridecodebin announces, added to the engine's decoder.
+static GstPad* announcePad(OpenEngine& engine, const char* caps)
+{
+    GstCaps* padCaps = gst_caps_from_string(caps);
+    GstPadTemplate* padTemplate = gst_pad_template_new("src", GST_PAD_SRC, GST_PAD_ALWAYS, padCaps);
+    GstPad* pad = gst_pad_new_from_template(padTemplate, nullptr);
+    gst_object_unref(padTemplate);
+    gst_caps_unref(padCaps);
+    gst_element_add_pad(engine.uriDecodeBin, pad); // emits "pad-added"
+    return pad;
+}
+
+void TestUriEngine::audioPadIsLinkedToTheQueue()
+{
+    Scene scene(file);
+    QVERIFY(scene.engine->setupGstPipeline());
+    scene.log.clear();
+    GstPad* pad = announcePad(*scene.engine, "audio/x-raw");
+    GstPad* peer = gst_pad_get_peer(pad);
+    QVERIFY(peer);
+    QCOMPARE(GST_PAD_PARENT(peer), scene.engine->queue);
+    gst_object_unref(peer);
+    QCOMPARE(scene.log.lines(), QStringList());
+}
+
+void TestUriEngine::otherPadIsSkippedWithTheUri()
+{
+    Scene scene(file);
+    QVERIFY(scene.engine->setupGstPipeline());
+    scene.log.clear();
+    QVERIFY(!gst_pad_is_linked(announcePad(*scene.engine, "video/x-raw")));
+    QCOMPARE(scene.log.lines(),
+             QStringList{"WARN Skipping non-audio pad from uridecodebin - check the source content "
+                         "why file://" +
+                         file});
+}
+
+void TestUriEngine::linkedPadIsLeftAlone()
+{
+    Scene scene(file);
+    QVERIFY(scene.engine->setupGstPipeline());
+    GstPad* pad = announcePad(*scene.engine, "audio/x-raw");
+    scene.log.clear();
+    scene.engine->newPadCallback(pad);
+    QCOMPARE(scene.log.lines(), QStringList{"WARN Cannot link already linked pad - skipping"});
+}
+
+// An element that keeps the events it is sent: stands where the decoder would be.
+struct EventKeeper
+{
+    GstElement parent;
+    gboolean handles;
+    GstEvent* last;
+};
+
+struct EventKeeperClass
+{
+    GstElementClass parent;
+};
+
+G_DEFINE_TYPE(EventKeeper, event_keeper, GST_TYPE_ELEMENT)
+
+static void event_keeper_class_init(EventKeeperClass* elementClass)
+{
+    GST_ELEMENT_CLASS(elementClass)->send_event = [](GstElement* element, GstEvent* event) {
+        auto* keeper = reinterpret_cast<EventKeeper*>(element);
+        gst_clear_event(&keeper->last);
+        keeper->last = event;
+        return keeper->handles;
+    };
+    G_OBJECT_CLASS(elementClass)->finalize = [](GObject* object) {
+        gst_clear_event(&reinterpret_cast<EventKeeper*>(object)->last);
+        G_OBJECT_CLASS(event_keeper_parent_class)->finalize(object);
+    };
+}
+
+static void event_keeper_init(EventKeeper*)
+{
+}
+
+static EventKeeper* putInPlaceOfTheDecoder(OpenEngine& engine, bool handles)
+{
+    auto* keeper = static_cast<EventKeeper*>(g_object_new(event_keeper_get_type(), nullptr));
+    keeper->handles = handles;
+    gst_bin_add(GST_BIN(engine.pipeline), &keeper->parent);
+    engine.uriDecodeBin = &keeper->parent;
+    return keeper;
+}
+
+void TestUriEngine::restartSeeksTheDecoderBackToTheBeginning()
+{
+    Scene scene(file);
+    QVERIFY(scene.engine->setupGstPipeline());
+    const EventKeeper* decoder = putInPlaceOfTheDecoder(*scene.engine, true);
+    scene.log.clear();
+    QVERIFY(scene.engine->restartPlayback());
+    QVERIFY(decoder->last);
+    QCOMPARE(GST_EVENT_TYPE(decoder->last), GST_EVENT_SEEK);
+    gdouble rate = 0;
+    GstFormat format = GST_FORMAT_UNDEFINED;
+    GstSeekFlags flags = GST_SEEK_FLAG_NONE;
+    GstSeekType startType = GST_SEEK_TYPE_NONE;
+    GstSeekType stopType = GST_SEEK_TYPE_SET;
+    gint64 start = -1;
+    gint64 stop = 0;
+    gst_event_parse_seek(decoder->last, &rate, &format, &flags, &startType, &start, &stopType,
+                         &stop);
+    QCOMPARE(rate, 1.0);
+    QCOMPARE(format, GST_FORMAT_TIME);
+    QCOMPARE(int(flags), int(GST_SEEK_FLAG_FLUSH));
+    QCOMPARE(startType, GST_SEEK_TYPE_SET);
+    QCOMPARE(start, gint64(0));
+    QCOMPARE(stopType, GST_SEEK_TYPE_NONE);
+    QCOMPARE(stop, gint64(-1));
+    QCOMPARE(scene.log.lines(),
+             (QStringList{enterLine("DEBUG", "UriSimplePlayerImpl::restartPlayback",
+                                    "Seeking back to beginning"),
+                          leaveLine("DEBUG", "UriSimplePlayerImpl::restartPlayback", "")}));
+}
+
+void TestUriEngine::restartFailsWhenNothingCanSeek()
+{
+    Scene scene(file);
+    QVERIFY(scene.engine->setupGstPipeline());
+    putInPlaceOfTheDecoder(*scene.engine, false);
+    scene.log.clear();
+    QVERIFY(!scene.engine->restartPlayback());
+    QCOMPARE(scene.log.lines(),
+             (QStringList{enterLine("DEBUG", "UriSimplePlayerImpl::restartPlayback",
+                                    "Seeking back to beginning"),
+                          "ERROR Failed to seek to beginning"}));
+}
+
+void TestUriEngine::loopWhoseSeekFailsEndsOnce()
+{
+    Scene scene(file);
+    const Outcomes outcomes(&scene.front);
+    scene.front.loop = true;
+    QVERIFY(scene.engine->setupGstPipeline());
+    putInPlaceOfTheDecoder(*scene.engine, false);
+    GstBus* bus = gst_element_get_bus(scene.engine->pipeline);
+    gst_bus_post(bus, gst_message_new_eos(nullptr));
+    gst_object_unref(bus);
+    QTRY_COMPARE(outcomes.all, QStringList{"ended T"});
+    QCOMPARE(scene.log.texts("ERROR"), QStringList{"Failed to seek to beginning"});
+}
+
+void TestUriEngine::destructorReleasesThePipelineFirst()
+{
+    Scene scene(file);
+    const Outcomes outcomes(&scene.front);
+    QVERIFY(scene.engine->setupGstPipeline());
+    scene.log.clear();
+    scene.engine.reset();
+    QCOMPARE(
+        scene.log.lines(),
+        (QStringList{enterLine("TRACE", "UriSimplePlayerImpl::~UriSimplePlayerImpl",
+                               "Stopping playback at destructor"),
+                     enterLine("TRACE", "SimplePlayerImpl::releaseGstPipeline", "token: T"),
+                     "TRACE Releasing active playback pipeline",
+                     leaveLine("TRACE", "SimplePlayerImpl::releaseGstPipeline", "token: T"),
+                     leaveLine("TRACE", "UriSimplePlayerImpl::~UriSimplePlayerImpl", ""),
+                     enterLine("INFO", "SimplePlayerImpl::~SimplePlayerImpl", "destructor T"),
+                     enterLine("TRACE", "SimplePlayerImpl::releaseGstPipeline", "token: T"),
+                     "TRACE Pipeline is already released",
+                     leaveLine("TRACE", "SimplePlayerImpl::~SimplePlayerImpl", "destructor T")}));
+    QCOMPARE(outcomes.all, QStringList());
+}
+
+KOVA_TEST_MAIN(TestUriEngine)
+#include "tst_uriengine.moc"
