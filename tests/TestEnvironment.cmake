@@ -13,3 +13,11 @@ elseif(KOVA_SANITIZER STREQUAL "tsan")
     list(APPEND KOVA_TEST_ENVIRONMENT
         "TSAN_OPTIONS=ignore_noninstrumented_modules=1:halt_on_error=1:second_deadlock_stack=1")
 endif()
+
+# Memcheck fails a test for an invalid access and for memory that nobody points to any more.
+if(KOVA_MEMCHECK)
+    find_program(VALGRIND_PROGRAM valgrind REQUIRED)
+    set(KOVA_VALGRIND ${VALGRIND_PROGRAM} --quiet --error-exitcode=99
+        --leak-check=full --show-leak-kinds=definite --errors-for-leak-kinds=definite
+        --suppressions=${CMAKE_CURRENT_SOURCE_DIR}/valgrind.supp)
+endif()

@@ -1,0 +1,55 @@
+# Sourced by the scripts beside this folder: messages, and what must be installed.
+# shellcheck shell=bash
+
+# The sourcing script sets it to the top of the tree.
+: "${root:?}"
+
+# Says what is being done, on stderr, so that a script's own output stays clean.
+say() {
+    printf '%s: %s\n' "${0##*/}" "$*" >&2
+}
+
+die() {
+    say "$@"
+    exit 1
+}
+
+# Runs a command as root.
+as_root() {
+    if [ "$(id -u)" -eq 0 ]; then
+        "$@"
+    elif command -v sudo >/dev/null; then
+        sudo "$@"
+    else
+        die "root or sudo is needed for: $*"
+    fi
+}
+
+# The packages of packaging/debian-packages.txt that are not installed. With "test" as argument
+# those of the checks too.
+missing_packages() {
+    local purposes="${1:-}" name purpose
+    while read -r name purpose; do
+        case "$name" in "" | \#*) continue ;; esac
+        if [ -z "$purpose" ] || [ "$purpose" = "$purposes" ]; then
+            [ "$(dpkg-query -W -f '${db:Status-Status}' "$name" 2>/dev/null)" = installed ] ||
+                printf '%s\n' "$name"
+        fi
+    done <"$root/packaging/debian-packages.txt"
+}
+
+# Installs what is missing; says nothing when nothing is.
+install_packages() {
+    local missing name
+    command -v apt-get >/dev/null || die "this needs a Debian machine: there is no apt-get"
+    mapfile -t missing < <(missing_packages "$@")
+    [ "${#missing[@]}" -gt 0 ] || return 0
+
+    say "installing ${missing[*]}"
+    as_root apt-get update -qq || die "the list of Debian's packages could not be had: is there a network?"
+    for name in "${missing[@]}"; do
+        apt-cache show "$name" >/dev/null 2>&1 || die "there is no Debian package $name here"
+    done
+    as_root env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends \
+        "${missing[@]}" >/dev/null || die "could not be installed: ${missing[*]}"
+}
