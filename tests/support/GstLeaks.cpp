@@ -9,6 +9,7 @@
 
 #include <mutex>
 #include <unordered_set>
+#include <vector>
 
 namespace {
 
@@ -119,9 +120,22 @@ QStringList leakedGstObjects(const QStringList& expected)
     return leaked;
 }
 
-void forgetLiveGstObjects()
+QStringList freeAbandonedGstElements()
 {
-    const std::lock_guard<std::mutex> lock(live().mutex);
-    live().objects.clear();
-    live().miniObjects.clear();
+    std::vector<GstObject*> abandoned;
+    {
+        const std::lock_guard<std::mutex> lock(live().mutex);
+        for (GstObject* object : live().objects) {
+            if (GST_IS_ELEMENT(object) && g_object_is_floating(object)) {
+                abandoned.push_back(object);
+            }
+        }
+    }
+    QStringList names;
+    for (GstObject* object : abandoned) {
+        names.append(QString::fromUtf8(G_OBJECT_TYPE_NAME(object)));
+        gst_object_unref(object);
+    }
+    names.sort();
+    return names;
 }

@@ -18,7 +18,8 @@ QStringList liveGstObjects();
 /// references a moment after a pipeline is gone. Returns what was still alive in excess at the end.
 QStringList leakedGstObjects(const QStringList& expected = QStringList());
 
-/// Takes all objects alive now for known: they are never told again.
-void forgetLiveGstObjects();
+/// Frees the elements that were made but that nobody ever took over, as a failed build leaves them.
+/// Returns their type names, sorted.
+QStringList freeAbandonedGstElements();
 
 #endif

@@ -494,9 +494,9 @@ void TestEngineOperations::startAfterErrorBuildsAFreshPipelineWhoseEndIsNeverSig
     Scene scene;
     scene.engine.build = TestEngine::addShortSource;
     scene.player.startPlayback();
-    gst_element_post_message(
-        scene.engine.pipeline,
-        gst_message_new_error(nullptr, g_error_new_literal(GST_STREAM_ERROR, 1, "broken"), ""));
+    GError* error = g_error_new_literal(GST_STREAM_ERROR, GST_STREAM_ERROR_FAILED, "broken");
+    gst_element_post_message(scene.engine.pipeline, gst_message_new_error(nullptr, error, nullptr));
+    g_error_free(error);
     QTRY_COMPARE(scene.outcomes.all.size(), 1);
     // Whichever of error and end came first was told; now play to the end once more.
     scene.engine.releaseGstPipeline();
