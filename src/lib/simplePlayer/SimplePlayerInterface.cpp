@@ -9,9 +9,7 @@ static log4cplus::Logger logger = log4cplus::Logger::getInstance("SimplePlayer")
 
 // ---- SimplePlayer ------------------------------------------------------------------------------
 
-SimplePlayer::SimplePlayer(QObject* parent) : QObject(parent), loop(false), reserved(0)
-{
-}
+SimplePlayer::SimplePlayer(QObject* parent) : QObject(parent) {}
 
 SimplePlayer::~SimplePlayer() = default;
 
@@ -46,8 +44,7 @@ bool FakePlayer::stopPlayback()
 
 SimplePlayerImpl::SimplePlayerImpl(const QString& itemToken, const QString& outputDevice,
                                    SimplePlayer* frontObject)
-    : QObject(frontObject), player(frontObject), pipeline(nullptr), token(itemToken),
-      device(outputDevice), initialized(false), endReported(false)
+    : QObject(frontObject), player(frontObject), token(itemToken), device(outputDevice)
 {
     LOG_ENTER(TRACE, "constructor ", token);
     gst_init(nullptr, nullptr);
@@ -260,7 +257,7 @@ void SimplePlayerImpl::on_sendPlaybackEnded(bool stop, const QString& error)
     // Copies, because the client's slot may delete the front object and so this engine: nothing
     // below the emission touches a member.
     const QString tokenOfSignal = token;
-    const QString reason = error;
+    const QString reason = error; // NOLINT(performance-unnecessary-copy-initialization)
     if (stop) {
         Q_EMIT player->playbackStopped(tokenOfSignal);
     } else if (!reason.isEmpty()) {

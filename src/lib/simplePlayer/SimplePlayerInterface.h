@@ -58,11 +58,11 @@ public:
     /// Whether the item begins again at its end instead of reporting it. Set by the client, before
     /// or during playback, from the player's thread. Only UriSimplePlayer can loop; the others log
     /// an error and report the end as usual.
-    bool loop;
+    bool loop = false;
 
 private:
     /// Keeps the layout that clients were built against. Always zero, never read.
-    quint32 reserved;
+    quint32 reserved = 0;
 
 Q_SIGNALS:
     /// The item was played to its end.

@@ -80,12 +80,12 @@ protected:
     SimplePlayerImpl(const QString& itemToken, const QString& outputDevice,
                      SimplePlayer* frontObject);
 
-    SimplePlayer* player; ///< the front object; not owned
-    GstElement* pipeline; ///< one reference is owned; null when there is none
-    QString token;        ///< also read on streaming threads; never changes
+    SimplePlayer* player;           ///< the front object; not owned
+    GstElement* pipeline = nullptr; ///< one reference is owned; null when there is none
+    QString token;                  ///< also read on streaming threads; never changes
     QString device;
-    bool initialized; ///< what the last initPipeline() returned; outlives the pipeline
-    bool endReported; ///< read and written by on_sendPlaybackEnded() alone; never cleared
+    bool initialized = false; ///< what the last initPipeline() returned; outlives the pipeline
+    bool endReported = false; ///< read and written by on_sendPlaybackEnded() alone; never cleared
 
 private:
     void handleError(GstMessage* message);

@@ -51,7 +51,7 @@ static QString makeUriFromPath(const QString& path)
         LOG_LINE(ERROR, "File '", path, "' does not exist");
         return QString();
     }
-    const QString uri = fileScheme + file.absoluteFilePath();
+    QString uri = fileScheme + file.absoluteFilePath();
     LOG_LEAVE(TRACE, "File URI: ", uri);
     return uri;
 }
@@ -59,7 +59,7 @@ static QString makeUriFromPath(const QString& path)
 UriSimplePlayerImpl::UriSimplePlayerImpl(const QString& item, const QString& itemToken,
                                          const QString& outputDevice, UriSimplePlayer* frontObject)
     : SimplePlayerImpl(itemToken, outputDevice, frontObject), uriPlayer(frontObject),
-      uriDecodeBin(nullptr), queue(nullptr), sink(nullptr), uri(makeUriFromPath(item))
+      uri(makeUriFromPath(item))
 {
 }
 

@@ -30,9 +30,9 @@ protected:
     UriSimplePlayer* uriPlayer; ///< the same object as `player`; not owned
     // Owned by the pipeline once it holds them; written before it leaves the NULL state, so that
     // streaming threads may read them.
-    GstElement* uriDecodeBin;
-    GstElement* queue;
-    GstElement* sink;
+    GstElement* uriDecodeBin = nullptr;
+    GstElement* queue = nullptr;
+    GstElement* sink = nullptr;
     QString uri; ///< empty when the named file does not exist; never changes
 };
 
