@@ -1,0 +1,57 @@
+#include "Check.h"
+
+#include "Console.h"
+#include "Devices.h"
+#include "Elements.h"
+
+#include <QtCore/QAbstractEventDispatcher>
+
+namespace {
+
+/// Prints the line of one thing. @return whether it is all right
+bool report(const QString& thing, const QString& problem, Console& console)
+{
+    if (problem.isEmpty()) {
+        console.printResult("ok      " + thing);
+        return true;
+    }
+    console.printResult("FAILED  " + thing + ": " + problem);
+    return false;
+}
+
+bool checkElements(Console& console)
+{
+    bool complete = true;
+    for (const elements::Element& element : elements::needed()) {
+        const QString problem = elements::isInstalled(element)
+                                    ? QString()
+                                    : QString("missing; apt-get install %1").arg(element.package);
+        complete = report(QString("element %1").arg(element.name), problem, console) && complete;
+    }
+    return complete;
+}
+
+} // namespace
+
+bool runsOnGLib()
+{
+    const QAbstractEventDispatcher* dispatcher = QAbstractEventDispatcher::instance();
+    return dispatcher && QByteArray(dispatcher->metaObject()->className()).contains("Glib");
+}
+
+QString hintOnGLib()
+{
+    return qEnvironmentVariableIsSet("QT_NO_GLIB") ? "unset QT_NO_GLIB"
+                                                   : "use a Qt that was built with GLib";
+}
+
+bool runCheck(const QString& device, Console& console)
+{
+    const bool glib =
+        report("Qt on GLib's event dispatcher", runsOnGLib() ? QString() : hintOnGLib(), console);
+    const QString gstreamerProblem = elements::initialise();
+    const bool gstreamer = report("GStreamer", gstreamerProblem, console) && checkElements(console);
+    const bool opens =
+        report(QString("device %1").arg(device), devices::problemWith(device), console);
+    return glib && gstreamer && opens;
+}

@@ -1,0 +1,100 @@
+#include "CommandLine.h"
+
+#include <QtCore/QCoreApplication>
+
+CommandLine::CommandLine()
+    : deviceOption({"d", "device"}, "Play on the ALSA device NAME.", "NAME", "default"),
+      tokenOption({"t", "token"},
+                  "Call the item TOKEN in the output; of several items TOKEN-1, TOKEN-2 and so on. "
+                  "Otherwise each has the last part of its name.",
+                  "TOKEN"),
+      loopOption({"l", "loop"}, "Begin each item again at its end, until it is stopped."),
+      atOnceOption("at-once", "Play all items at the same time. The device must be able to mix."),
+      verboseOption({"v", "verbose"},
+                    "Show the player's log on standard error. Given twice, show every step."),
+      graphsOption("graphs",
+                   "Write a picture of the pipeline to the folder DIR at each change of its state.",
+                   "DIR"),
+      listDevicesOption("list-devices", "List the ALSA devices that can play, and exit."),
+      checkOption("check", "Look for what is needed to play on the device, and exit."),
+      fakeOption("fake", "Play nothing: report each item as stopped, with --loop when it is."),
+      helpOption({"h", "help"}, "Show this text, and exit."),
+      versionOption("version", "Show the version, and exit.")
+{
+    parser.setApplicationDescription("Plays files and web addresses one after the other.\n\n"
+                                     "On a terminal, space pauses and resumes, s stops the item "
+                                     "and q quits.");
+    parser.addPositionalArgument("ITEM", "Path, file://PATH, http://… or https://… to play.",
+                                 "ITEM…");
+    parser.addOptions({deviceOption, tokenOption, loopOption, atOnceOption, verboseOption,
+                       graphsOption, listDevicesOption, checkOption, fakeOption, helpOption,
+                       versionOption});
+}
+
+QString CommandLine::help() const
+{
+    // The parser shows the program with the folder that it was called from.
+    const QString program = QCoreApplication::arguments().constFirst();
+    return parser.helpText().replace("Usage: " + program, "Usage: kova-play");
+}
+
+bool CommandLine::parse(const QStringList& arguments)
+{
+    if (!parser.parse(arguments)) {
+        problem = parser.errorText();
+        return false;
+    }
+    readOptions();
+    readTask();
+    problem = findProblem();
+    return problem.isEmpty();
+}
+
+void CommandLine::readOptions()
+{
+    parsed.items = parser.positionalArguments();
+    parsed.device = parser.value(deviceOption);
+    parsed.token = parser.value(tokenOption);
+    parsed.loop = parser.isSet(loopOption);
+    parsed.atOnce = parser.isSet(atOnceOption);
+    parsed.fake = parser.isSet(fakeOption);
+    parsed.graphsFolder = parser.value(graphsOption);
+    const QStringList given = parser.optionNames();
+    parsed.verbosity = given.count("v") + given.count("verbose");
+}
+
+void CommandLine::readTask()
+{
+    if (parser.isSet(helpOption)) {
+        parsed.task = Options::Task::ShowHelp;
+    } else if (parser.isSet(versionOption)) {
+        parsed.task = Options::Task::ShowVersion;
+    } else if (parser.isSet(checkOption)) {
+        parsed.task = Options::Task::Check;
+    } else if (parser.isSet(listDevicesOption)) {
+        parsed.task = Options::Task::ListDevices;
+    }
+}
+
+QString CommandLine::findProblem() const
+{
+    using Task = Options::Task;
+    if (parsed.task == Task::ShowHelp || parsed.task == Task::ShowVersion) {
+        return QString();
+    }
+    if (parser.isSet(checkOption) && parser.isSet(listDevicesOption)) {
+        return "--check and --list-devices exclude each other.";
+    }
+    if (parsed.task != Task::Play && !parsed.items.isEmpty()) {
+        return "--check and --list-devices take no items.";
+    }
+    if (parsed.task == Task::Play && parsed.items.isEmpty()) {
+        return "No item to play was named.";
+    }
+    for (const QCommandLineOption* option : {&deviceOption, &tokenOption, &graphsOption}) {
+        if (parser.isSet(*option) && parser.value(*option).isEmpty()) {
+            return QString("--%1 needs a value that is not empty.").arg(option->names().last());
+        }
+    }
+    return QString();
+}

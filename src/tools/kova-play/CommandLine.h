@@ -1,0 +1,70 @@
+#ifndef KOVA_PLAY_COMMAND_LINE_H
+#define KOVA_PLAY_COMMAND_LINE_H
+
+#include <QtCore/QCommandLineOption>
+#include <QtCore/QCommandLineParser>
+#include <QtCore/QString>
+#include <QtCore/QStringList>
+
+/// What the user asked for.
+struct Options
+{
+    enum class Task
+    {
+        Play,
+        ListDevices,
+        Check,
+        ShowHelp,
+        ShowVersion,
+    };
+
+    Task task = Task::Play;
+    QStringList items;    ///< paths and URIs as the user wrote them
+    QString device;       ///< ALSA name
+    QString token;        ///< empty: each item's token comes from its name
+    bool loop = false;    ///< begin each item again at its end
+    bool atOnce = false;  ///< play all items at the same time
+    bool fake = false;    ///< play nothing
+    int verbosity = 0;    ///< how often --verbose was given
+    QString graphsFolder; ///< where pictures of pipelines go; empty: none are made
+};
+
+/// The options that the program knows and the texts about them.
+class CommandLine
+{
+public:
+    CommandLine();
+
+    /// @param arguments  all of them, the program's name first
+    /// @return whether they make sense; error() says why when they do not
+    bool parse(const QStringList& arguments);
+
+    /// What was asked for. Valid after parse() returned true.
+    const Options& options() const { return parsed; }
+    /// What is wrong with the arguments, in one line. Valid after parse() returned false.
+    const QString& error() const { return problem; }
+    /// The text of --help.
+    QString help() const;
+
+private:
+    void readOptions();
+    void readTask();
+    QString findProblem() const;
+
+    QCommandLineParser parser;
+    QCommandLineOption deviceOption;
+    QCommandLineOption tokenOption;
+    QCommandLineOption loopOption;
+    QCommandLineOption atOnceOption;
+    QCommandLineOption verboseOption;
+    QCommandLineOption graphsOption;
+    QCommandLineOption listDevicesOption;
+    QCommandLineOption checkOption;
+    QCommandLineOption fakeOption;
+    QCommandLineOption helpOption;
+    QCommandLineOption versionOption;
+    Options parsed;
+    QString problem;
+};
+
+#endif

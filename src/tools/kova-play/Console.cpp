@@ -1,0 +1,74 @@
+#include "Console.h"
+
+#include "Text.h"
+
+#include <cstdio>
+
+namespace {
+
+const char* const clearToEndOfLine = "\033[K";
+
+void put(FILE* stream, const QByteArray& bytes)
+{
+    std::fwrite(bytes.constData(), 1, static_cast<std::size_t>(bytes.size()), stream);
+}
+
+} // namespace
+
+void Console::printResult(const QString& line)
+{
+    write(stdout, text::oneLine(line).toLocal8Bit() + '\n');
+}
+
+void Console::printText(const QString& text)
+{
+    write(stdout, text.toLocal8Bit());
+}
+
+void Console::printMessage(const QString& line)
+{
+    write(stderr, "kova-play: " + text::oneLine(line).toLocal8Bit() + '\n');
+}
+
+void Console::printLog(const std::string& lines)
+{
+    write(stderr, QByteArray::fromStdString(lines));
+}
+
+void Console::setLiveLine(const QString& line)
+{
+    const QByteArray bytes = text::oneLine(line).toLocal8Bit();
+    const std::lock_guard<std::mutex> lock(mutex);
+    if (bytes == liveLine) {
+        return;
+    }
+    liveLine = bytes;
+    // New text over old, in one piece: clearing the line first would make it flicker.
+    put(stderr, '\r' + liveLine + clearToEndOfLine);
+}
+
+void Console::forgetLiveLine()
+{
+    const std::lock_guard<std::mutex> lock(mutex);
+    liveLine.clear();
+}
+
+bool Console::resultsWritten() const
+{
+    const std::lock_guard<std::mutex> lock(mutex);
+    return !failed;
+}
+
+void Console::write(FILE* stream, const QByteArray& bytes)
+{
+    const std::lock_guard<std::mutex> lock(mutex);
+    if (!liveLine.isEmpty()) {
+        put(stderr, QByteArray("\r") + clearToEndOfLine);
+    }
+    put(stream, bytes);
+    const bool written = std::fflush(stream) == 0 && std::ferror(stream) == 0;
+    failed = failed || (stream == stdout && !written);
+    if (!liveLine.isEmpty()) {
+        put(stderr, liveLine);
+    }
+}

@@ -1,0 +1,40 @@
+#ifndef KOVA_PLAY_CONSOLE_H
+#define KOVA_PLAY_CONSOLE_H
+
+#include <QtCore/QString>
+
+#include <mutex>
+#include <string>
+
+/// The only writer on standard output and standard error, so that whole lines and the live line
+/// never run into each other. May be called from any thread.
+class Console
+{
+public:
+    /// Writes a result, one line on standard output.
+    void printResult(const QString& line);
+    /// Writes text that has its line ends on standard output.
+    void printText(const QString& text);
+    /// Writes a message to the user, one line on standard error, after the program's name.
+    void printMessage(const QString& line);
+    /// Writes finished log lines on standard error.
+    void printLog(const std::string& lines);
+
+    /// Puts `line` in the place of the live line, the unfinished last line of the terminal on
+    /// standard error. It must be narrower than the terminal. An empty one removes the live line.
+    void setLiveLine(const QString& line);
+    /// Forgets the live line, because somebody else wrote to the terminal: nothing is removed.
+    void forgetLiveLine();
+
+    /// Whether all results could be written.
+    bool resultsWritten() const;
+
+private:
+    void write(FILE* stream, const QByteArray& bytes);
+
+    mutable std::mutex mutex;
+    QByteArray liveLine;
+    bool failed = false;
+};
+
+#endif

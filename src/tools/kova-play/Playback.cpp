@@ -1,0 +1,160 @@
+#include "Playback.h"
+
+#include <QtCore/QTimer>
+
+namespace {
+
+/// How long a player that refused to start may take to report GStreamer's reason, in milliseconds.
+/// The reason lies on the bus when the start returns. GLib delivers it before any timer, so this is
+/// no race against the clock; it also bounds the wait when there is no reason at all.
+constexpr int graceTime = 100;
+
+} // namespace
+
+// ---- StopWatch ---------------------------------------------------------------------------------
+
+void StopWatch::run()
+{
+    if (!sinceRun.isValid()) {
+        sinceRun.start();
+    }
+}
+
+void StopWatch::halt()
+{
+    before = milliseconds();
+    sinceRun.invalidate();
+}
+
+qint64 StopWatch::milliseconds() const
+{
+    return before + (sinceRun.isValid() ? sinceRun.elapsed() : 0);
+}
+
+// ---- Playback ----------------------------------------------------------------------------------
+
+Playback::Playback(std::unique_ptr<Item> what, const QString& token)
+    : item(std::move(what)), itemToken(token)
+{
+}
+
+Playback::~Playback() = default;
+
+void Playback::start(const QString& device, bool endlessly)
+{
+    makePlayer(device, endlessly);
+    requestPlaying();
+    if (item->neverEnds() && !endlessly) {
+        QTimer::singleShot(0, this, &Playback::stop);
+    }
+}
+
+void Playback::makePlayer(const QString& device, bool endlessly)
+{
+    outputDevice = device;
+    player = item->makePlayer(itemToken, device);
+    player->loop = endlessly;
+    connect(player.get(), &SimplePlayer::playbackEnded, this,
+            [this] { finish({Outcome::Kind::Ended}); });
+    connect(player.get(), &SimplePlayer::playbackStopped, this,
+            [this] { finish({Outcome::Kind::Stopped}); });
+    connect(player.get(), &SimplePlayer::playbackErrorReported, this,
+            [this](const QString& /*token*/, const QString& reason) { fail(reason); });
+}
+
+void Playback::requestPlaying()
+{
+    if (player->startPlayback()) {
+        currentState = State::Playing;
+        watch.run();
+        return;
+    }
+    // No stop now: it would throw away what GStreamer has to say about the refusal.
+    currentState = State::Failing;
+    QTimer::singleShot(graceTime, this, &Playback::giveUpStarting);
+}
+
+bool Playback::pause()
+{
+    if (currentState != State::Playing || !player->pausePlayback()) {
+        return false;
+    }
+    currentState = State::Paused;
+    watch.halt();
+    return true;
+}
+
+void Playback::resume()
+{
+    if (currentState == State::Paused) {
+        requestPlaying();
+    }
+}
+
+void Playback::stop()
+{
+    switch (currentState) {
+    case State::Waiting:
+        finish({Outcome::Kind::Stopped});
+        break;
+    case State::Playing:
+    case State::Paused:
+        currentState = State::Stopping;
+        watch.halt();
+        player->stopPlayback(); // also when it fails, an outcome follows
+        break;
+    case State::Stopping:
+    case State::Failing:
+    case State::Finished:
+        break;
+    }
+}
+
+void Playback::refuse(const QString& reason, const QString& hint)
+{
+    finish({Outcome::Kind::Error, reason, hint});
+}
+
+void Playback::giveUpStarting()
+{
+    if (currentState == State::Failing) {
+        const QString reason = item->adviceOnFailedStart().reason;
+        fail(reason.isEmpty() ? "cannot be started (see -v)" : reason);
+    }
+}
+
+void Playback::fail(const QString& reason)
+{
+    finish({Outcome::Kind::Error, reason, hintOnFailure()});
+}
+
+QString Playback::hintOnFailure() const
+{
+    if (currentState != State::Failing) {
+        return "run again with -v, and see the log for details";
+    }
+    const QString hint = item->adviceOnFailedStart().hint;
+    if (!hint.isEmpty()) {
+        return hint;
+    }
+    return QString("kova-play --check --device '%1' looks for the cause").arg(outputDevice);
+}
+
+void Playback::finish(const Outcome& outcome)
+{
+    if (currentState == State::Finished) {
+        return;
+    }
+    currentState = State::Finished;
+    watch.halt();
+    Q_EMIT outcomeKnown(outcome);
+    if (!player) {
+        QTimer::singleShot(0, this, &Playback::finished);
+        return;
+    }
+    // After its end a player still holds the device. It frees it in its destructor, behind the
+    // point where it announces its destruction: a queued call comes after that.
+    player->disconnect(this);
+    connect(player.get(), &QObject::destroyed, this, &Playback::finished, Qt::QueuedConnection);
+    player.release()->deleteLater(); // this may be its own signal that is being handled
+}

@@ -1,0 +1,103 @@
+#ifndef KOVA_PLAY_PLAYBACK_H
+#define KOVA_PLAY_PLAYBACK_H
+
+#include "Item.h"
+
+#include <QtCore/QElapsedTimer>
+#include <QtCore/QObject>
+#include <QtCore/QString>
+
+#include <memory>
+
+/// How the playback of an item came out.
+struct Outcome
+{
+    enum class Kind
+    {
+        Ended,
+        Stopped,
+        Error,
+    };
+
+    Kind kind = Kind::Stopped;
+    QString reason = QString(); ///< of an error
+    QString hint = QString();   ///< what to do about an error; may be empty
+};
+
+/// The time that something was running, pauses left out.
+class StopWatch
+{
+public:
+    void run();
+    void halt();
+    qint64 milliseconds() const;
+
+private:
+    QElapsedTimer sinceRun; ///< valid while running; monotonic
+    qint64 before = 0;
+};
+
+/// One item on its way from the first start to its outcome. Exactly one outcome is reported,
+/// whatever the player does or fails to do.
+class Playback : public QObject
+{
+    Q_OBJECT
+
+public:
+    enum class State
+    {
+        Waiting,  ///< not begun
+        Playing,  ///< started, and the outcome is to come
+        Paused,   ///< halted by pause()
+        Stopping, ///< stopped, and the outcome is to come
+        Failing,  ///< the start was refused, and the player is given a moment to say why
+        Finished, ///< the outcome was reported
+    };
+
+    /// @param what   the item to play
+    /// @param token  what the outcome is reported under
+    Playback(std::unique_ptr<Item> what, const QString& token);
+    ~Playback() override;
+
+    /// Makes the player and starts it.
+    /// @param device    the ALSA device to play on
+    /// @param endlessly  whether the item begins again at its end
+    void start(const QString& device, bool endlessly);
+    /// Halts a playback that is running. @return false when the player refuses
+    bool pause();
+    /// Goes on after pause().
+    void resume();
+    /// Ends the playback. One that was not begun has the outcome "stopped" at once.
+    void stop();
+    /// Ends a playback that was not begun with an error.
+    void refuse(const QString& reason, const QString& hint);
+
+    State state() const { return currentState; }
+    QString token() const { return itemToken; }
+    QString name() const { return item->name(); }
+    /// How long the item has been playing, in milliseconds, pauses left out.
+    qint64 elapsed() const { return watch.milliseconds(); }
+
+Q_SIGNALS:
+    /// The outcome is known. Emitted once; the device may still be in use.
+    void outcomeKnown(const Outcome& outcome);
+    /// The player is gone, and the device is free. Emitted once, from the event loop.
+    void finished();
+
+private:
+    void makePlayer(const QString& device, bool endlessly);
+    void requestPlaying();
+    void giveUpStarting();
+    void fail(const QString& reason);
+    QString hintOnFailure() const;
+    void finish(const Outcome& outcome);
+
+    std::unique_ptr<Item> item;
+    QString itemToken;
+    QString outputDevice;
+    std::unique_ptr<SimplePlayer> player; ///< from start() to the outcome
+    State currentState = State::Waiting;
+    StopWatch watch;
+};
+
+#endif

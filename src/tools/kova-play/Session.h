@@ -1,0 +1,47 @@
+#ifndef KOVA_PLAY_SESSION_H
+#define KOVA_PLAY_SESSION_H
+
+#include "CommandLine.h"
+#include "LiveLine.h"
+#include "Playlist.h"
+#include "Terminal.h"
+#include "UnixSignals.h"
+
+#include <QtCore/QObject>
+
+class Console;
+
+/// One run that plays: connects the playlist with the user, who types keys and sends signals, reads
+/// the outcomes and watches the live line.
+class Session : public QObject
+{
+    Q_OBJECT
+
+public:
+    /// @param options  what to play, and how
+    /// @param output   must outlive this object
+    Session(const Options& options, Console& output);
+
+    /// Plays everything in the application's event loop.
+    /// @return the exit status: 0 when every item ended or was stopped, 1 when one failed
+    int run();
+
+private:
+    void addItems(const Options& options);
+    void connectPlaylist();
+    void connectUser();
+    void begin();
+    void reportOutcome(const QString& token, const Outcome& outcome);
+    void onKey(char key);
+    void suspend();
+    void redraw();
+
+    Console& console;
+    UnixSignals unixSignals;
+    Terminal terminal;
+    Playlist playlist;
+    LiveLine liveLine;
+    int exitStatus = 0;
+};
+
+#endif

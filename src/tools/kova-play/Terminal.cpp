@@ -1,0 +1,173 @@
+#include "Terminal.h"
+
+#include <QtCore/QSocketNotifier>
+
+#include <csignal>
+#include <cstdlib>
+
+#include <sys/ioctl.h>
+#include <termios.h>
+#include <unistd.h>
+
+namespace {
+
+/// Signals that kill and leave no time for an event loop.
+constexpr int deadlySignals[] = {SIGQUIT, SIGABRT, SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGPIPE};
+constexpr std::size_t deadlyCount = sizeof deadlySignals / sizeof deadlySignals[0];
+
+// Read by signal handlers. The mode is written while `modeChanged` is 0 only.
+termios formerMode = {};
+volatile std::sig_atomic_t modeChanged = 0;
+struct sigaction formerActions[deadlyCount];
+
+bool inForeground()
+{
+    return tcgetpgrp(STDIN_FILENO) == getpgrp();
+}
+
+/// Dies of the signal, in the way that was in place before.
+extern "C" void restoreModeAndDie(int number)
+{
+    Terminal::restoreMode();
+    for (std::size_t i = 0; i < deadlyCount; ++i) {
+        if (deadlySignals[i] == number) {
+            sigaction(number, &formerActions[i], nullptr);
+        }
+    }
+    raise(number); // NOLINT(cert-err33-c): takes effect when the handler returns
+}
+
+void restoreModeWhenKilled()
+{
+    struct sigaction action = {};
+    action.sa_handler = restoreModeAndDie;
+    sigemptyset(&action.sa_mask);
+    for (std::size_t i = 0; i < deadlyCount; ++i) {
+        sigaction(deadlySignals[i], nullptr, &formerActions[i]);
+        if (formerActions[i].sa_handler != SIG_IGN) {
+            sigaction(deadlySignals[i], &action, nullptr);
+        }
+    }
+}
+
+/// Characters come one by one and are not shown; ^C and ^Z still send their signals.
+bool setKeyMode()
+{
+    if (tcgetattr(STDIN_FILENO, &formerMode) != 0) {
+        return false;
+    }
+    termios keyMode = formerMode;
+    keyMode.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO);
+    keyMode.c_cc[VMIN] = 1;
+    keyMode.c_cc[VTIME] = 0;
+    modeChanged = 1;
+    return tcsetattr(STDIN_FILENO, TCSANOW, &keyMode) == 0;
+}
+
+/// How many bytes the key at `begin` has sent: more than one begin with the escape character, as in
+/// ESC s (Alt and s), ESC O P (F1) and ESC [ 1 5 ~ (F5).
+int keyLength(const QByteArray& typed, int begin)
+{
+    if (typed.at(begin) != '\033') {
+        return 1;
+    }
+    int end = begin + 1;
+    if (end < typed.size() && (typed.at(end) == '[' || typed.at(end) == 'O')) {
+        ++end;
+        while (end < typed.size() && typed.at(end) < '@') {
+            ++end; // parameters
+        }
+    }
+    return qMin(end + 1, typed.size()) - begin;
+}
+
+bool isCapable()
+{
+    const QByteArray type = qgetenv("TERM");
+    return !type.isEmpty() && type != "dumb";
+}
+
+} // namespace
+
+Terminal::Terminal()
+    : present(isatty(STDIN_FILENO) == 1 && isatty(STDERR_FILENO) == 1),
+      overwrites(present && isCapable())
+{
+    if (!present) {
+        return;
+    }
+    restoreModeWhenKilled();
+    std::atexit(restoreMode); // GStreamer calls exit() when it cannot be initialised
+    notifier = new QSocketNotifier(STDIN_FILENO, QSocketNotifier::Read, this);
+    notifier->setEnabled(false);
+    connect(notifier, &QSocketNotifier::activated, this, &Terminal::readKeys);
+}
+
+Terminal::~Terminal()
+{
+    leave();
+}
+
+int Terminal::columns() const
+{
+    winsize size = {};
+    const bool known = ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
+    return known ? size.ws_col : 80;
+}
+
+bool Terminal::listen()
+{
+    if (!present) {
+        return false;
+    }
+    const bool ours = inForeground();
+    if (ours && !listening) {
+        listening = setKeyMode();
+        notifier->setEnabled(listening);
+    } else if (!ours && listening) {
+        // The shell has taken the terminal and set its own mode.
+        modeChanged = 0;
+        listening = false;
+        notifier->setEnabled(false);
+    }
+    return ours;
+}
+
+void Terminal::leave()
+{
+    if (listening) {
+        notifier->setEnabled(false);
+        listening = false;
+        restoreMode();
+    }
+}
+
+void Terminal::restoreMode()
+{
+    // From the background, setting the mode would stop the process.
+    if (modeChanged != 0 && inForeground()) {
+        tcsetattr(STDIN_FILENO, TCSANOW, &formerMode);
+    }
+    modeChanged = 0;
+}
+
+void Terminal::readKeys()
+{
+    if (!listen()) {
+        return; // reading in the background would stop the process
+    }
+    char bytes[64];
+    const ssize_t count = read(STDIN_FILENO, bytes, sizeof bytes);
+    if (count <= 0) {
+        notifier->setEnabled(false); // the terminal is gone
+        return;
+    }
+    const QByteArray typed(bytes, static_cast<int>(count));
+    for (int i = 0; i < typed.size();) {
+        const int length = keyLength(typed, i);
+        if (length == 1) {
+            Q_EMIT keyTyped(typed.at(i));
+        }
+        i += length;
+    }
+}

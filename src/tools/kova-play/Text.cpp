@@ -1,0 +1,79 @@
+#include "Text.h"
+
+#include <QtCore/QVector>
+
+#include <algorithm>
+
+#include <wchar.h>
+
+namespace {
+
+/// Characters that the locale does not know are taken for narrow ones.
+int columnsOf(uint character)
+{
+    return std::max(wcwidth(static_cast<wchar_t>(character)), character < 0x300 ? 1 : 0);
+}
+
+/// The beginning of a line that takes at most `maximum` columns.
+QString cut(const QString& line, int maximum)
+{
+    QString result;
+    int used = 0;
+    for (const uint character : line.toUcs4()) {
+        used += columnsOf(character);
+        if (used > maximum) {
+            break;
+        }
+        result += QString::fromUcs4(&character, 1);
+    }
+    return result;
+}
+
+} // namespace
+
+QString text::oneLine(const QString& any)
+{
+    QString line = any;
+    for (QChar& character : line) {
+        const QChar::Category category = character.category();
+        if (category == QChar::Other_Control || category == QChar::Separator_Line ||
+            category == QChar::Separator_Paragraph) {
+            character = QLatin1Char(' ');
+        }
+    }
+    return line;
+}
+
+int text::columns(const QString& line)
+{
+    int sum = 0;
+    for (const uint character : line.toUcs4()) {
+        sum += columnsOf(character);
+    }
+    return sum;
+}
+
+QString text::fitted(const QString& line, int maximum)
+{
+    const QLatin1String omission("...");
+    if (columns(line) <= maximum) {
+        return line;
+    }
+    if (maximum <= omission.size()) {
+        return cut(line, maximum);
+    }
+    return cut(line, maximum - omission.size()) + omission;
+}
+
+QString text::clock(qint64 milliseconds)
+{
+    const qint64 seconds = milliseconds / 1000;
+    const QLatin1Char zero('0');
+    if (seconds < 3600) {
+        return QString("%1:%2").arg(seconds / 60).arg(seconds % 60, 2, 10, zero);
+    }
+    return QString("%1:%2:%3")
+        .arg(seconds / 3600)
+        .arg(seconds / 60 % 60, 2, 10, zero)
+        .arg(seconds % 60, 2, 10, zero);
+}
