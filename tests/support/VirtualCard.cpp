@@ -11,8 +11,7 @@
 
 #include <mutex>
 
-// ---- The configuration
-// ---------------------------------------------------------------------------
+// ---- The configuration ------------------------------------------------------------------------
 
 namespace {
 
@@ -113,9 +112,10 @@ VirtualCard::VirtualCard(const QString& cardName, const Settings& settings) : na
         qFatal("VirtualCard: \"%s\" is no name for a new card", qPrintable(name));
     }
     // What an earlier card of this name has left.
-    for (const QString& file : recordPaths() << eventsPath(name)) {
+    for (const QString& file : recordPaths()) {
         QFile::remove(file);
     }
+    QFile::remove(eventsPath(name));
     cards.configurations.insert(name, configurationOf(name, settings));
     writeConfiguration(cards);
 }
@@ -137,8 +137,7 @@ QString VirtualCard::device() const
     return name;
 }
 
-// ---- The recording
-// -------------------------------------------------------------------------------
+// ---- The recording ----------------------------------------------------------------------------
 
 namespace {
 
@@ -229,8 +228,7 @@ QStringList VirtualCard::recordPaths() const
     return paths;
 }
 
-// ---- The events
-// ----------------------------------------------------------------------------------
+// ---- The events -------------------------------------------------------------------------------
 
 QVector<VirtualCard::Event> VirtualCard::events() const
 {

@@ -14,7 +14,7 @@ struct CardSettings
     {
         Nothing,
         Open,   ///< it cannot be opened: somebody else has it (EBUSY)
-        Format, ///< it offers no format that any player has
+        Format, ///< it cannot be set to any format (EINVAL)
         Rate,   ///< it cannot be set to any rate (EINVAL)
     };
     /// What happens when the client does not write in time.

@@ -6,20 +6,23 @@
 #include <fcntl.h>
 #include <sys/syscall.h>
 
-#include <algorithm>
 #include <array>
+#include <atomic>
+#include <cerrno>
 #include <cstdlib>
-#include <cstring>
 #include <memory>
 #include <mutex>
-#include <optional>
+#include <set>
+#include <sstream>
 #include <string>
-#include <vector>
 
 namespace {
 
-std::mutex insideMutex;
-std::vector<long> insideThreads; ///< guarded by insideMutex
+std::mutex waitingMutex;
+std::set<long> waitingThreads; ///< guarded by waitingMutex
+
+/// When all others slept for the last time. With many cards one look serves them all.
+std::atomic<Nanoseconds> lastAsleep{0};
 
 struct CloseDirectory
 {
@@ -34,22 +37,20 @@ static long threadId()
     return ::syscall(SYS_gettid);
 }
 
-InsideCard::InsideCard()
+void setWaitingForCard(bool isWaiting)
 {
-    const std::lock_guard<std::mutex> lock(insideMutex);
-    insideThreads.push_back(threadId());
+    const std::lock_guard<std::mutex> lock(waitingMutex);
+    if (isWaiting) {
+        waitingThreads.insert(threadId());
+    } else {
+        waitingThreads.erase(threadId());
+    }
 }
 
-InsideCard::~InsideCard()
+static bool isWaitingForCard(long thread)
 {
-    const std::lock_guard<std::mutex> lock(insideMutex);
-    insideThreads.erase(std::find(insideThreads.begin(), insideThreads.end(), threadId()));
-}
-
-static bool isInsideCard(long thread)
-{
-    const std::lock_guard<std::mutex> lock(insideMutex);
-    return std::find(insideThreads.begin(), insideThreads.end(), thread) != insideThreads.end();
+    const std::lock_guard<std::mutex> lock(waitingMutex);
+    return waitingThreads.count(thread) > 0;
 }
 
 /// The beginning of a small file of /proc; empty when it cannot be read.
@@ -61,12 +62,16 @@ static std::string readStart(const std::string& path)
     return size > 0 ? std::string(bytes.data(), static_cast<std::size_t>(size)) : std::string();
 }
 
-/// Whether a thread sleeps until something wakes it. Waiting for a disk counts as work.
-static bool isAsleep(const std::string& stat)
+/// Whether a thread has something to do: it runs, could run, or waits for a disk.
+static bool isAwake(const std::string& stat)
 {
     // The state stands behind the name, which is in parentheses and may hold some itself.
     const std::size_t name = stat.rfind(')');
-    return name != std::string::npos && name + 2 < stat.size() && stat[name + 2] == 'S';
+    if (name == std::string::npos || name + 2 >= stat.size()) {
+        return true;
+    }
+    const char state = stat[name + 2];
+    return state == 'R' || state == 'D';
 }
 
 /// How often a thread has been given a processor; 0 when the kernel does not count.
@@ -76,33 +81,61 @@ static unsigned long long turns(const std::string& schedstat)
     return last == std::string::npos ? 0 : std::strtoull(schedstat.c_str() + last, nullptr, 10);
 }
 
-/// The turns of all threads together, or nothing when one of them is awake.
-static std::optional<unsigned long long> turnsOfSleepers()
+static bool allAsleep(const std::string& process, unsigned long long& sumOfTurns);
+
+/// Whether a thread and the processes that it has started sleep. Adds their turns to the sum.
+static bool isAsleep(const std::string& folder, unsigned long long& sumOfTurns)
 {
-    const std::string folder = "/proc/self/task/";
+    if (isAwake(readStart(folder + "/stat"))) {
+        return false;
+    }
+    sumOfTurns += turns(readStart(folder + "/schedstat"));
+    std::istringstream children(readStart(folder + "/children"));
+    std::string child;
+    while (children >> child) {
+        if (!allAsleep(child, sumOfTurns)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+static bool allAsleep(const std::string& process, unsigned long long& sumOfTurns)
+{
+    const std::string folder = "/proc/" + process + "/task/";
     const Directory threads(::opendir(folder.c_str()));
     if (!threads) {
-        return std::nullopt;
+        return errno == ENOENT; // it has ended meanwhile
     }
-    unsigned long long sum = 0;
     // Only this function holds the directory stream.
     while (const dirent* entry = ::readdir(threads.get())) { // NOLINT(concurrency-mt-unsafe)
         const std::string thread = entry->d_name;
-        if (thread.front() == '.' || isInsideCard(std::strtol(thread.c_str(), nullptr, 10))) {
-            continue;
+        if (thread.front() != '.' && !isWaitingForCard(std::strtol(thread.c_str(), nullptr, 10)) &&
+            !isAsleep(folder + thread, sumOfTurns)) {
+            return false;
         }
-        if (!isAsleep(readStart(folder + thread + "/stat"))) {
-            return std::nullopt;
-        }
-        sum += turns(readStart(folder + thread + "/schedstat"));
     }
-    return sum;
+    return true;
 }
 
-bool othersAreAsleep()
+static bool othersAreAsleep()
 {
     // A thread that was looked at already may have been woken by one that slept when its own turn
     // to be looked at came. Twice asleep without a turn in between is asleep.
-    const auto first = turnsOfSleepers();
-    return first && first == turnsOfSleepers();
+    unsigned long long first = 0;
+    unsigned long long second = 0;
+    return allAsleep("self", first) && allAsleep("self", second) && first == second;
+}
+
+bool othersWereAsleep(Nanoseconds since)
+{
+    if (lastAsleep >= since) {
+        return true;
+    }
+    const Nanoseconds start = monotonicNow();
+    if (!othersAreAsleep()) {
+        return false;
+    }
+    lastAsleep = start;
+    return true;
 }

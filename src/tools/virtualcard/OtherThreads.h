@@ -1,19 +1,16 @@
 #ifndef VIRTUALCARD_OTHER_THREADS_H
 #define VIRTUALCARD_OTHER_THREADS_H
 
-/// Marks the calling thread as busy with a card while it lives: othersAreAsleep() does not count
-/// it.
-class InsideCard
-{
-public:
-    InsideCard();
-    ~InsideCard();
-    InsideCard(const InsideCard&) = delete;
-    InsideCard& operator=(const InsideCard&) = delete;
-};
+#include "EventLog.h"
 
-/// Whether every thread of this process that is not inside a card sleeps, so that nothing more will
-/// happen until time passes or another process does something. When in doubt, they are not asleep.
-bool othersAreAsleep();
+/// Says whether the calling thread has nothing to do but to wait for a card. It keeps what was said
+/// last; a thread that never said anything is not waiting.
+void setWaitingForCard(bool isWaiting);
+
+/// Whether, at some time since `since`, nothing more would have happened until time passed: every
+/// thread of this process that was not waiting for a card slept, and so did every process that this
+/// one has started, for a player may get its sound from such a process. When in doubt, they were
+/// awake. Looks now unless somebody has looked since.
+bool othersWereAsleep(Nanoseconds since);
 
 #endif

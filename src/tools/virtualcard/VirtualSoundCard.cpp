@@ -63,6 +63,9 @@ snd_pcm_ioplug_callback_t makeCallbacks(bool canPause)
             return cardOf(io).pause(enable != 0);
         };
     }
+    table.delay = [](snd_pcm_ioplug_t* io, snd_pcm_sframes_t* frames) {
+        return cardOf(io).delay(*frames);
+    };
     table.poll_descriptors = [](snd_pcm_ioplug_t* io, pollfd* descriptors, unsigned space) {
         return cardOf(io).pollDescriptors(descriptors, space);
     };
@@ -94,8 +97,7 @@ WavLayout wavLayout(const snd_pcm_ioplug_t& io)
 
 } // namespace
 
-// ---- Opening and closing
-// -------------------------------------------------------------------------
+// ---- Opening and closing ----------------------------------------------------------------------
 
 VirtualSoundCard::VirtualSoundCard(CardSettings cardSettings) : settings(std::move(cardSettings))
 {
@@ -193,6 +195,10 @@ int VirtualSoundCard::setConstraints()
     static const std::array<unsigned, 4> accesses = {
         SND_PCM_ACCESS_MMAP_INTERLEAVED, SND_PCM_ACCESS_MMAP_NONINTERLEAVED,
         SND_PCM_ACCESS_RW_INTERLEAVED, SND_PCM_ACCESS_RW_NONINTERLEAVED};
+    static const std::array<unsigned, 7> formats = {
+        SND_PCM_FORMAT_U8,        SND_PCM_FORMAT_S16_LE, SND_PCM_FORMAT_S24_3LE,
+        SND_PCM_FORMAT_S24_LE,    SND_PCM_FORMAT_S32_LE, SND_PCM_FORMAT_FLOAT_LE,
+        SND_PCM_FORMAT_FLOAT64_LE};
     struct Range
     {
         int parameter;
@@ -211,7 +217,8 @@ int VirtualSoundCard::setConstraints()
     int error = snd_pcm_ioplug_set_param_list(&io, SND_PCM_IOPLUG_HW_ACCESS, accesses.size(),
                                               accesses.data());
     if (error == 0) {
-        error = setFormats();
+        error = snd_pcm_ioplug_set_param_list(&io, SND_PCM_IOPLUG_HW_FORMAT, formats.size(),
+                                              formats.data());
     }
     for (const Range& range : ranges) {
         if (error == 0) {
@@ -221,24 +228,7 @@ int VirtualSoundCard::setConstraints()
     return error;
 }
 
-int VirtualSoundCard::setFormats()
-{
-    static const std::array<unsigned, 7> common = {
-        SND_PCM_FORMAT_U8,        SND_PCM_FORMAT_S16_LE, SND_PCM_FORMAT_S24_3LE,
-        SND_PCM_FORMAT_S24_LE,    SND_PCM_FORMAT_S32_LE, SND_PCM_FORMAT_FLOAT_LE,
-        SND_PCM_FORMAT_FLOAT64_LE};
-    // A digital output's frames: no player has them.
-    static const std::array<unsigned, 1> exotic = {SND_PCM_FORMAT_IEC958_SUBFRAME_LE};
-    if (settings.refuse == CardSettings::Refuse::Format) {
-        return snd_pcm_ioplug_set_param_list(&io, SND_PCM_IOPLUG_HW_FORMAT, exotic.size(),
-                                             exotic.data());
-    }
-    return snd_pcm_ioplug_set_param_list(&io, SND_PCM_IOPLUG_HW_FORMAT, common.size(),
-                                         common.data());
-}
-
-// ---- Setting up
-// ----------------------------------------------------------------------------------
+// ---- Setting up -------------------------------------------------------------------------------
 
 int VirtualSoundCard::hwParams()
 {
@@ -247,6 +237,8 @@ int VirtualSoundCard::hwParams()
         return -ENODEV;
     }
     const Nanoseconds now = monotonicNow();
+    // Only now, when it is to be set: GStreamer's sink does not stand a card that lists no format
+    // or rate it knows.
     if (settings.refuse == CardSettings::Refuse::Format ||
         settings.refuse == CardSettings::Refuse::Rate) {
         events.add(now, "refused",
@@ -312,8 +304,7 @@ int VirtualSoundCard::prepare()
     return gone ? -ENODEV : 0;
 }
 
-// ---- Starting and stopping
-// -----------------------------------------------------------------------
+// ---- Starting and stopping --------------------------------------------------------------------
 
 int VirtualSoundCard::start()
 {
@@ -414,8 +405,7 @@ int VirtualSoundCard::waitForEnd()
     }
 }
 
-// ---- Playing
-// -------------------------------------------------------------------------------------
+// ---- Playing ----------------------------------------------------------------------------------
 
 /// The frames in the buffer that have not been played.
 snd_pcm_uframes_t VirtualSoundCard::queued() const
@@ -495,8 +485,18 @@ snd_pcm_sframes_t VirtualSoundCard::pointer()
     return static_cast<snd_pcm_sframes_t>(position);
 }
 
-// ---- Waiting for the client
-// ----------------------------------------------------------------------
+int VirtualSoundCard::delay(snd_pcm_sframes_t& frames)
+{
+    const std::lock_guard<std::mutex> guard(mutex);
+    if (gone) {
+        return -ENODEV;
+    }
+    const auto left = static_cast<snd_pcm_sframes_t>(queued());
+    frames = started ? std::max<snd_pcm_sframes_t>(left - due(monotonicNow()), 0) : left;
+    return 0;
+}
+
+// ---- Waiting for the client -------------------------------------------------------------------
 
 bool VirtualSoundCard::waitsForClient() const
 {
@@ -518,7 +518,7 @@ void VirtualSoundCard::allowNextPeriod(Nanoseconds now)
 /// A client that never polls has no moment at which it can be seen to wait: it is not waited for.
 void VirtualSoundCard::allowWithoutPolling(Nanoseconds now)
 {
-    if (played == allowed && now - polledAt > pollPatience) {
+    if (waitsForClient() && played == allowed && now - polledAt > pollPatience) {
         allowNextPeriod(now);
     }
 }
@@ -527,11 +527,12 @@ void VirtualSoundCard::allowWithoutPolling(Nanoseconds now)
 void VirtualSoundCard::lookAfterClient()
 {
     // No lock is held while the threads are looked at: one that waits for it would seem to rest.
-    const bool resting = usesUpPeriod() && othersAreAsleep();
+    const Nanoseconds since = restingSince();
+    const bool resting = since != never && othersWereAsleep(since);
     const std::lock_guard<std::mutex> guard(mutex);
     const Nanoseconds now = monotonicNow();
     polledAt = now;
-    if (!started || clockFrames(now) < allowed) {
+    if (since == never || !started) {
         return;
     }
     if (busySince == 0) {
@@ -542,14 +543,16 @@ void VirtualSoundCard::lookAfterClient()
     }
 }
 
-bool VirtualSoundCard::usesUpPeriod()
+/// When the card had played all that it may play, or `never` if it has not.
+Nanoseconds VirtualSoundCard::restingSince()
 {
     const std::lock_guard<std::mutex> guard(mutex);
-    return started && waitsForClient() && clockFrames(monotonicNow()) >= allowed;
+    const bool rests =
+        started && !paused && waitsForClient() && clock.framesAt(monotonicNow()) >= allowed;
+    return rests ? clock.timeOf(allowed) : never;
 }
 
-// ---- Polling
-// -------------------------------------------------------------------------------------
+// ---- Polling ----------------------------------------------------------------------------------
 
 int VirtualSoundCard::pollDescriptors(pollfd* descriptors, unsigned space)
 {
@@ -564,28 +567,30 @@ int VirtualSoundCard::pollDescriptors(pollfd* descriptors, unsigned space)
 
 int VirtualSoundCard::pollRevents(unsigned short* revents)
 {
-    const InsideCard inside;
+    setWaitingForCard(true);
     lookAfterClient();
     snd_pcm_avail_update(io.pcm);
 
     const std::lock_guard<std::mutex> guard(mutex);
-    *revents = 0;
+    *revents = pollEvents();
+    armTimer();
+    // Without an event the client will wait again.
+    setWaitingForCard(*revents == 0);
+    return 0;
+}
+
+unsigned short VirtualSoundCard::pollEvents() const
+{
     switch (io.state) {
     case SND_PCM_STATE_PREPARED:
     case SND_PCM_STATE_RUNNING:
     case SND_PCM_STATE_PAUSED:
-        if (hasRoom()) {
-            *revents = POLLOUT;
-        }
-        break;
+        return hasRoom() ? POLLOUT : 0;
     case SND_PCM_STATE_DRAINING:
-        break;
+        return 0;
     default:
-        *revents = POLLOUT | POLLERR;
-        break;
+        return POLLOUT | POLLERR;
     }
-    armTimer();
-    return 0;
 }
 
 bool VirtualSoundCard::hasRoom() const
@@ -651,8 +656,7 @@ Nanoseconds VirtualSoundCard::timeOfChange() const
     return frames > 0 && played + frames > allowed ? look : clock.timeOf(played + frames);
 }
 
-// ---- Recording
-// -----------------------------------------------------------------------------------
+// ---- Recording --------------------------------------------------------------------------------
 
 /// Records frames that stand in the ring buffer from ALSA's `position` on.
 void VirtualSoundCard::record(snd_pcm_uframes_t position, snd_pcm_uframes_t frames)

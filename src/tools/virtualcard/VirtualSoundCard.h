@@ -53,6 +53,7 @@ public:
     int prepare();
     int drain();
     int pause(bool enable);
+    int delay(snd_pcm_sframes_t& frames);
     int pollDescriptors(pollfd* descriptors, unsigned space);
     int pollRevents(unsigned short* revents);
     snd_pcm_chmap_t* channelMap() const;
@@ -61,7 +62,6 @@ private:
     int takeExclusively();
     int createPcm(const char* name, snd_pcm_stream_t stream, int mode);
     int setConstraints();
-    int setFormats();
 
     void begin(Nanoseconds now);
     int waitForEnd();
@@ -73,7 +73,7 @@ private:
     void underrun(Nanoseconds when);
 
     bool waitsForClient() const;
-    bool usesUpPeriod();
+    Nanoseconds restingSince();
     void allowNextPeriod(Nanoseconds now);
     void allowWithoutPolling(Nanoseconds now);
     void lookAfterClient();
@@ -81,6 +81,7 @@ private:
     void record(snd_pcm_uframes_t position, snd_pcm_uframes_t frames);
     const char* inFileOrder(snd_pcm_uframes_t offset, snd_pcm_uframes_t frames);
 
+    unsigned short pollEvents() const;
     bool hasRoom() const;
     void armTimer();
     Nanoseconds wakeTime() const;
