@@ -234,7 +234,9 @@ void TestEngineOperations::pauseThenStartResumes()
 {
     Scene scene;
     scene.player.startPlayback();
+    QCOMPARE(settledState(scene.engine.pipeline), GST_STATE_PLAYING);
     scene.player.pausePlayback();
+    QCOMPARE(settledState(scene.engine.pipeline), GST_STATE_PAUSED);
     QVERIFY(scene.player.startPlayback());
     QCOMPARE(settledState(scene.engine.pipeline), GST_STATE_PLAYING);
     QCOMPARE(scene.engine.builds, 1);
