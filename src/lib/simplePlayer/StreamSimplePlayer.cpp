@@ -1,0 +1,272 @@
+#include "simplePlayer/StreamSimplePlayer.h"
+#include "simplePlayer/AudioOutputChain.h"
+#include "simplePlayer/GstOwners_p.h"
+#include "simplePlayer/Logging_p.h"
+#include "simplePlayer/StreamSimplePlayer_p.h"
+
+#include "core/KovaNamedPipe.h"
+#include "core/kova.h"
+
+#include <QtCore/QSocketNotifier>
+#include <QtCore/QVector>
+
+#include <gst/app/gstappsrc.h>
+
+#include <cstring>
+
+static log4cplus::Logger logger = log4cplus::Logger::getInstance("SimplePlayer");
+
+/// The most that is read at once, in bytes.
+static const int blockSize = 4096;
+
+/// How many bytes the appsrc queues before it has the reader held. Far below one block on purpose:
+/// the reader is held as soon as a block is pushed while an earlier one is still queued.
+static const guint64 queueLimit = 1000;
+
+// ---- StreamSimplePlayer ------------------------------------------------------------------------
+
+StreamSimplePlayer::StreamSimplePlayer(const QString& pipeName, const QString& caps,
+                                       const QString& token, const QString& device, QObject* parent)
+    : SimplePlayer(parent), engine(new StreamSimplePlayerImpl(pipeName, caps, token, device, this))
+{
+}
+
+StreamSimplePlayer::~StreamSimplePlayer() = default;
+
+bool StreamSimplePlayer::startPlayback()
+{
+    return engine->startPlayback();
+}
+
+bool StreamSimplePlayer::pausePlayback()
+{
+    return engine->pausePlayback();
+}
+
+bool StreamSimplePlayer::stopPlayback()
+{
+    return engine->stopPlayback();
+}
+
+// ---- StreamSimplePlayerImpl: life --------------------------------------------------------------
+
+StreamSimplePlayerImpl::StreamSimplePlayerImpl(const QString& pipePath, const QString& capsText,
+                                               const QString& itemToken,
+                                               const QString& outputDevice,
+                                               StreamSimplePlayer* frontObject)
+    : SimplePlayerImpl(itemToken, outputDevice, frontObject), streamPlayer(frontObject),
+      caps(capsText), pipeName(pipePath)
+{
+    LOG_ENTER(TRACE, "constructor ", token);
+    initReadPipe();
+    LOG_LEAVE(TRACE, "constructor ", token);
+}
+
+StreamSimplePlayerImpl::~StreamSimplePlayerImpl()
+{
+    LOG_ENTER(TRACE, "destructor ", token);
+    releaseGstPipeline();
+    closeReadPipe();
+    LOG_LEAVE(TRACE, "destructor ", token);
+}
+
+bool StreamSimplePlayerImpl::stopPlayback()
+{
+    LOG_ENTER(TRACE, "token: ", token);
+    const bool stopped = SimplePlayerImpl::stopPlayback();
+    closeReadPipe();
+    LOG_LEAVE(TRACE, "token: ", token);
+    return stopped;
+}
+
+// ---- StreamSimplePlayerImpl: pipeline ----------------------------------------------------------
+
+bool StreamSimplePlayerImpl::initPipeline(GstElement* bin)
+{
+    LOG_ENTER(TRACE, "token: ", token);
+    if (!bin) {
+        LOG_LINE(ERROR, "Failed to create pipeline");
+        return false;
+    }
+    if (!makeSource()) {
+        return false;
+    }
+    decodebin = makeElement("decodebin", "DecodeBin");
+    if (!decodebin) {
+        return false;
+    }
+    g_signal_connect(decodebin, "pad-added", G_CALLBACK(staticNewPadCallback), this);
+
+    AudioOutputChain chain(queue, sink);
+    if (!chain.makeConverters()) {
+        return false;
+    }
+    // The only element whose absence is not told here, on purpose: the list that is added to the
+    // bin then ends before it, and the link below fails.
+    GstElement* identity = gst_element_factory_make("identity", "Identity");
+    if (identity) {
+        g_object_set(identity, "silent", FALSE, nullptr);
+    }
+    if (!chain.makeSink(device)) {
+        return false;
+    }
+    gst_bin_add_many(GST_BIN(bin), appsrc, identity, decodebin, queue, chain.audioconvert,
+                     chain.audioresample, sink, nullptr);
+    if (!identity || !gst_element_link_many(appsrc, identity, decodebin, nullptr)) {
+        LOG_LINE(ERROR, "Failed to link appsrc, identity and decodebin");
+        return false;
+    }
+    if (!chain.link()) {
+        LOG_LINE(ERROR, "Failed to link rest of the elements");
+        return false;
+    }
+    LOG_LEAVE(TRACE, "token: ", token);
+    return true;
+}
+
+bool StreamSimplePlayerImpl::makeSource()
+{
+    appsrc = makeElement("appsrc", "AppSrc");
+    if (!appsrc) {
+        return false;
+    }
+    gst_app_src_set_stream_type(GST_APP_SRC(appsrc), GST_APP_STREAM_TYPE_STREAM);
+    g_signal_connect(appsrc, "need-data", G_CALLBACK(staticStartFeed), this);
+    g_signal_connect(appsrc, "enough-data", G_CALLBACK(staticStopFeed), this);
+    if (!caps.isEmpty()) {
+        // Null for a text that is no description of caps, which leaves the source without any.
+        const gst::Caps described(gst_caps_from_string(caps.toLocal8Bit().constData()));
+        gst_app_src_set_caps(GST_APP_SRC(appsrc), described.get());
+    }
+    // TIME, although bytes without times are pushed: kept as it is.
+    g_object_set(appsrc, "format", GST_FORMAT_TIME, "max-bytes", queueLimit, nullptr);
+    return true;
+}
+
+void StreamSimplePlayerImpl::staticNewPadCallback(GstElement* /*element*/, GstPad* pad, void* self)
+{
+    static_cast<StreamSimplePlayerImpl*>(self)->newPadCallback(pad);
+}
+
+void StreamSimplePlayerImpl::newPadCallback(GstPad* pad)
+{
+    LOG_ENTER(TRACE, "token: ", token);
+    // The text names uridecodebin although a decodebin stands here: that is its wording.
+    if (linkDecodedPad(pad, queue, "Skipping non-audio pad from uridecodebin") !=
+        DecodedPad::AlreadyLinked) {
+        LOG_LEAVE(TRACE, "token: ", token);
+    }
+}
+
+void StreamSimplePlayerImpl::staticStartFeed(GstElement* /*source*/, guint /*length*/,
+                                             StreamSimplePlayerImpl* self)
+{
+    QMetaObject::invokeMethod(self, "on_receiveNewData", Qt::AutoConnection, Q_ARG(bool, true));
+}
+
+void StreamSimplePlayerImpl::staticStopFeed(GstElement* /*source*/, StreamSimplePlayerImpl* self)
+{
+    QMetaObject::invokeMethod(self, "on_receiveNewData", Qt::AutoConnection, Q_ARG(bool, false));
+}
+
+// ---- StreamSimplePlayerImpl: reader ------------------------------------------------------------
+
+void StreamSimplePlayerImpl::initReadPipe()
+{
+    LOG_ENTER(TRACE, "Open named pipe for reading ", pipeName, " token: ", token);
+    pipe = new KovaNamedPipe(pipeName, 1, this, false);
+    pipe->setNonBlock(true);
+    pipe->create();
+    if (!pipe->open(false)) {
+        // Nothing exits, whatever the text says: the player lives on without a pipe.
+        LOG_LINE(ERROR, "Failed to create and open named pipe, exiting", token);
+        pipe->deleteLater();
+        pipe = nullptr;
+        return;
+    }
+    kova::connect(pipe->readNotifier(), &QSocketNotifier::activated, this,
+                  &StreamSimplePlayerImpl::on_readPipeNotifier_activated, Qt::AutoConnection);
+    pipe->readNotifier()->setEnabled(true);
+    LOG_LEAVE(TRACE, "token: ", token);
+}
+
+void StreamSimplePlayerImpl::closeReadPipe()
+{
+    LOG_ENTER(TRACE, "token: ", token);
+    if (pipe) {
+        pipe->close();
+        // Later, because this may be the slot of the pipe's own notifier.
+        pipe->deleteLater();
+        pipe = nullptr;
+    }
+    LOG_LEAVE(TRACE, "token: ", token);
+}
+
+void StreamSimplePlayerImpl::on_readPipeNotifier_activated(int sock)
+{
+    LOG_ENTER(TRACE, "sock: ", sock, " token: ", token);
+    if (!pipelineInitialized()) {
+        // What arrives before the start, or after the pipeline is gone, ends the pipe for good.
+        LOG_LINE(TRACE, "Gst pipeline was removed, not processing data");
+        closeReadPipe();
+        LOG_LEAVE(TRACE, "token ", token);
+        return;
+    }
+    if (!pipe) {
+        LOG_LINE(TRACE, "Named read pipeline was removed, not processing data");
+        LOG_LEAVE(TRACE, "token ", token);
+        return;
+    }
+    // One read for each activation, never a loop: what is left activates the notifier again.
+    QVector<char> block(blockSize);
+    const int size = pipe->read(block.data(), block.size());
+    if (size <= 0) {
+        // The end of the writer's data and a failed read are not told apart, on purpose.
+        LOG_LINE(DEBUG, "read: ", size, ", closing pipe t:", token);
+        endStream();
+        closeReadPipe();
+    } else if (!pushBlock(block.constData(), size)) {
+        releaseGstPipeline();
+        reportPlaybackEnded(QStringLiteral("Failed to push buffer"));
+        closeReadPipe();
+    }
+    LOG_LEAVE(TRACE, "token: ", token);
+}
+
+bool StreamSimplePlayerImpl::pushBlock(const char* block, int size)
+{
+    GstBuffer* buffer = gst_buffer_new_allocate(nullptr, static_cast<gsize>(size), nullptr);
+    GstMapInfo map;
+    gst_buffer_map(buffer, &map, GST_MAP_WRITE);
+    std::memcpy(map.data, block, static_cast<std::size_t>(size));
+    // The push takes the buffer, also when it refuses it, and the unmap comes after it. A reference
+    // of our own keeps the memory until then; taken before the map it would make the map fail.
+    gst_buffer_ref(buffer);
+    const GstFlowReturn ret = gst_app_src_push_buffer(GST_APP_SRC(appsrc), buffer);
+    gst_buffer_unmap(buffer, &map);
+    gst_buffer_unref(buffer);
+    LOG_LINE(TRACE, "Pushed buffer of size ", size, ", ret: ", int(ret));
+    if (ret != GST_FLOW_OK) {
+        LOG_LINE(ERROR, "Unable to push buffer, ret: ", int(ret));
+        return false;
+    }
+    return true;
+}
+
+void StreamSimplePlayerImpl::endStream()
+{
+    if (gst_app_src_end_of_stream(GST_APP_SRC(appsrc)) != GST_FLOW_OK) {
+        LOG_LINE(ERROR, "Failed to flush pipeline");
+        releaseGstPipeline();
+        reportPlaybackEnded(QStringLiteral("Failed to flush pipeline"));
+    }
+}
+
+void StreamSimplePlayerImpl::on_receiveNewData(bool enable)
+{
+    LOG_ENTER(TRACE, "read: ", enable, " token: ", token);
+    if (pipe) {
+        pipe->readNotifier()->setEnabled(enable);
+    }
+    LOG_LEAVE(TRACE, "token: ", token);
+}
