@@ -3,6 +3,8 @@
 #include "support/Outcomes.h"
 #include "support/TestProcess.h"
 
+#include <simplePlayer/DataSimplePlayer.h>
+#include <simplePlayer/DataSimplePlayer_p.h>
 #include <simplePlayer/UriSimplePlayer.h>
 #include <simplePlayer/UriSimplePlayer_p.h>
 
@@ -26,6 +28,7 @@ private Q_SLOTS:
     void metaObjectOfSimplePlayerHasThreeSignals();
     void metaObjectOfTheEngineHasOneSignalAndOnePrivateSlot();
     void frontClassesHaveNoMethodsOfTheirOwn();
+    void dataClassesHaveNoMethodsOfTheirOwn();
     void virtualFunctionsFollowThoseOfQObjectInOrder();
     void membersStandInOrder();
     void classSizesAreThoseOfTheirMembers();
@@ -69,6 +72,20 @@ public:
     using UriSimplePlayerImpl::uriDecodeBin;
     using UriSimplePlayerImpl::uriPlayer;
     using UriSimplePlayerImpl::UriSimplePlayerImpl;
+};
+
+/// Reaches the protected members of the data engine.
+class OpenDataEngine : public DataSimplePlayerImpl
+{
+public:
+    using DataSimplePlayerImpl::appsrc;
+    using DataSimplePlayerImpl::data;
+    using DataSimplePlayerImpl::dataPlayer;
+    using DataSimplePlayerImpl::DataSimplePlayerImpl;
+    using DataSimplePlayerImpl::decodebin;
+    using DataSimplePlayerImpl::offset;
+    using DataSimplePlayerImpl::queue;
+    using DataSimplePlayerImpl::sink;
 };
 
 } // namespace
@@ -117,6 +134,8 @@ void TestInterface::playersHaveTheParentTheyAreGiven()
     QCOMPARE((new FakePlayer(QStringLiteral("T"), &parent))->parent(), &parent);
     QCOMPARE((new UriSimplePlayer(QString(), QStringLiteral("T"), QString(), &parent))->parent(),
              &parent);
+    QCOMPARE((new DataSimplePlayer("data", QStringLiteral("T"), QString(), &parent))->parent(),
+             &parent);
 }
 
 void TestInterface::metaObjectOfSimplePlayerHasThreeSignals()
@@ -161,6 +180,21 @@ void TestInterface::frontClassesHaveNoMethodsOfTheirOwn()
     QCOMPARE(FakePlayer(QString()).metaObject()->className(), "SimplePlayer");
 }
 
+void TestInterface::dataClassesHaveNoMethodsOfTheirOwn()
+{
+    const QMetaObject& front = DataSimplePlayer::staticMetaObject;
+    QCOMPARE(front.className(), "DataSimplePlayer");
+    QCOMPARE(front.superClass(), &SimplePlayer::staticMetaObject);
+    QCOMPARE(front.methodCount(), front.methodOffset());
+    QCOMPARE(front.propertyCount(), front.propertyOffset());
+
+    const QMetaObject& engine = DataSimplePlayerImpl::staticMetaObject;
+    QCOMPARE(engine.className(), "DataSimplePlayerImpl");
+    QCOMPARE(engine.superClass(), &SimplePlayerImpl::staticMetaObject);
+    QCOMPARE(engine.methodCount(), engine.methodOffset());
+    QCOMPARE(engine.propertyCount(), engine.propertyOffset());
+}
+
 void TestInterface::virtualFunctionsFollowThoseOfQObjectInOrder()
 {
     // Twelve slots of QObject: three of its meta-object, two destructors, seven event functions.
@@ -175,6 +209,7 @@ void TestInterface::virtualFunctionsFollowThoseOfQObjectInOrder()
     QCOMPARE(virtualSlot(&SimplePlayerImpl::restartPlayback), 16U);
     QCOMPARE(virtualSlot(&UriSimplePlayerImpl::initPipeline), 15U);
     QCOMPARE(virtualSlot(&UriSimplePlayerImpl::restartPlayback), 16U);
+    QCOMPARE(virtualSlot(&DataSimplePlayerImpl::initPipeline), 15U);
 }
 
 void TestInterface::membersStandInOrder()
@@ -202,6 +237,18 @@ void TestInterface::membersStandInOrder()
     QCOMPARE(offsetIn(uriEngine, uriEngine.queue), sizeof(SimplePlayerImpl) + 2 * word);
     QCOMPARE(offsetIn(uriEngine, uriEngine.sink), sizeof(SimplePlayerImpl) + 3 * word);
     QCOMPARE(offsetIn(uriEngine, uriEngine.uri), sizeof(SimplePlayerImpl) + 4 * word);
+
+    DataSimplePlayer dataFront("data", QStringLiteral("T"), QString());
+    const OpenDataEngine dataEngine("data", QStringLiteral("T"), QString(), &dataFront);
+    QCOMPARE(offsetIn(dataEngine, dataEngine.dataPlayer), sizeof(SimplePlayerImpl));
+    QCOMPARE(offsetIn(dataEngine, dataEngine.appsrc), sizeof(SimplePlayerImpl) + word);
+    QCOMPARE(offsetIn(dataEngine, dataEngine.decodebin), sizeof(SimplePlayerImpl) + 2 * word);
+    QCOMPARE(offsetIn(dataEngine, dataEngine.queue), sizeof(SimplePlayerImpl) + 3 * word);
+    QCOMPARE(offsetIn(dataEngine, dataEngine.sink), sizeof(SimplePlayerImpl) + 4 * word);
+    QCOMPARE(offsetIn(dataEngine, dataEngine.data), sizeof(SimplePlayerImpl) + 5 * word);
+    const std::size_t behindData = sizeof(SimplePlayerImpl) + 6 * word;
+    QCOMPARE(offsetIn(dataEngine, dataEngine.offset),
+             (behindData + alignof(quint64) - 1) / alignof(quint64) * alignof(quint64));
 }
 
 void TestInterface::classSizesAreThoseOfTheirMembers()
@@ -209,6 +256,7 @@ void TestInterface::classSizesAreThoseOfTheirMembers()
     QCOMPARE(sizeof(SimplePlayer), sizeof(QObject) + 8);
     QCOMPARE(sizeof(FakePlayer), sizeof(SimplePlayer) + sizeof(QString));
     QCOMPARE(sizeof(UriSimplePlayer), sizeof(SimplePlayer) + sizeof(void*));
+    QCOMPARE(sizeof(DataSimplePlayer), sizeof(SimplePlayer) + sizeof(void*));
     QCOMPARE(sizeof(UriSimplePlayerImpl), sizeof(SimplePlayerImpl) + 5 * sizeof(void*));
 }
 
