@@ -6,6 +6,7 @@
 #include <QtCore/QElapsedTimer>
 #include <QtCore/QObject>
 #include <QtCore/QString>
+#include <QtCore/QTimer>
 
 #include <memory>
 
@@ -96,6 +97,7 @@ private:
     QString itemToken;
     QString outputDevice;
     std::unique_ptr<SimplePlayer> player; ///< from start() to the outcome
+    QTimer grace;                         ///< bounds State::Failing
     State currentState = State::Waiting;
     StopWatch watch;
 };
