@@ -45,7 +45,7 @@ void Playback::start(const QString& device, bool endlessly)
     makePlayer(device, endlessly);
     requestPlaying();
     if (item->neverEnds() && !endlessly) {
-        QMetaObject::invokeMethod(this, &Playback::stop, Qt::QueuedConnection);
+        QMetaObject::invokeMethod(this, "stop", Qt::QueuedConnection);
     }
 }
 
