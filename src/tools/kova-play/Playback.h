@@ -68,6 +68,8 @@ public:
     bool pause();
     /// Goes on after pause().
     void resume();
+    /// Ends the playback. One that was not begun has the outcome "stopped" at once.
+    Q_INVOKABLE void stop();
     /// Ends a playback that was not begun with an error.
     void refuse(const QString& reason, const QString& hint);
 
@@ -76,10 +78,6 @@ public:
     QString name() const { return item->name(); }
     /// How long the item has been playing, in milliseconds, pauses left out.
     qint64 elapsed() const { return watch.milliseconds(); }
-
-public Q_SLOTS:
-    /// Ends the playback. One that was not begun has the outcome "stopped" at once.
-    void stop();
 
 Q_SIGNALS:
     /// The outcome is known. Emitted once; the device may still be in use.

@@ -76,7 +76,7 @@ void Session::connectUser()
 
 int Session::run()
 {
-    QMetaObject::invokeMethod(this, &Session::begin, Qt::QueuedConnection);
+    QMetaObject::invokeMethod(this, "begin", Qt::QueuedConnection);
     QCoreApplication::exec();
     liveLine.hide();
     terminal.leave();
