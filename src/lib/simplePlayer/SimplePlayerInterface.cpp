@@ -9,7 +9,9 @@ static log4cplus::Logger logger = log4cplus::Logger::getInstance("SimplePlayer")
 
 // ---- SimplePlayer ------------------------------------------------------------------------------
 
-SimplePlayer::SimplePlayer(QObject* parent) : QObject(parent) {}
+SimplePlayer::SimplePlayer(QObject* parent) : QObject(parent)
+{
+}
 
 SimplePlayer::~SimplePlayer() = default;
 
