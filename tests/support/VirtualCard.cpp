@@ -178,7 +178,11 @@ static Wav readWav(const QString& path)
     if (wav.tag == 0xFFFE && data > 46) {
         wav.tag = integerAt<quint16>(bytes, 44);
     }
-    const int size = bytes.size() - data - 8;
+    int size = bytes.size() - data - 8;
+    const int told = integerAt<quint32>(bytes, data + 4);
+    if (told % 2 == 1 && size == told + 1) {
+        size = told; // the padding byte behind an odd number of bytes
+    }
     wav.samples = bytes.mid(data + 8, size - size % qMax(1, wav.frameSize()));
     return wav;
 }

@@ -8,9 +8,11 @@ namespace {
 
 const char* const clearToEndOfLine = "\033[K";
 
-void put(FILE* stream, const QByteArray& bytes)
+/// @return whether everything was written
+bool put(FILE* stream, const QByteArray& bytes)
 {
-    std::fwrite(bytes.constData(), 1, static_cast<std::size_t>(bytes.size()), stream);
+    const auto size = static_cast<std::size_t>(bytes.size());
+    return std::fwrite(bytes.constData(), 1, size, stream) == size;
 }
 
 } // namespace
@@ -65,8 +67,7 @@ void Console::write(FILE* stream, const QByteArray& bytes)
     if (!liveLine.isEmpty()) {
         put(stderr, QByteArray("\r") + clearToEndOfLine);
     }
-    put(stream, bytes);
-    const bool written = std::fflush(stream) == 0 && std::ferror(stream) == 0;
+    const bool written = put(stream, bytes) && std::fflush(stream) == 0;
     failed = failed || (stream == stdout && !written);
     if (!liveLine.isEmpty()) {
         put(stderr, liveLine);

@@ -24,8 +24,9 @@ QString property(const void* hint, const char* id)
 }
 
 /// Keeps ALSA from writing on standard error: what it finds is said in one line here.
+// NOLINTNEXTLINE(cert-dcl50-cpp): ALSA's type
 void ignoreMessage(const char* /*file*/, int /*line*/, const char* /*function*/, int /*error*/,
-                   const char* /*format*/, ...) // NOLINT(cert-dcl50-cpp): ALSA's type
+                   const char* /*format*/, ...)
 {
 }
 

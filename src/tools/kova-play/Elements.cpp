@@ -23,7 +23,7 @@ QString elements::initialise()
     if (gst_init_check(nullptr, nullptr, &error)) {
         return QString();
     }
-    const QString reason = error ? QString::fromUtf8(error->message) : "unknown error";
+    QString reason = error ? QString::fromUtf8(error->message) : "unknown error";
     g_clear_error(&error);
     return reason;
 }

@@ -1,7 +1,5 @@
 #include "Playback.h"
 
-#include <QtCore/QTimer>
-
 namespace {
 
 /// How long a player that refused to start may take to report GStreamer's reason, in milliseconds.
@@ -36,6 +34,8 @@ qint64 StopWatch::milliseconds() const
 Playback::Playback(std::unique_ptr<Item> what, const QString& token)
     : item(std::move(what)), itemToken(token)
 {
+    grace.setSingleShot(true);
+    connect(&grace, &QTimer::timeout, this, &Playback::giveUpStarting);
 }
 
 Playback::~Playback() = default;
@@ -45,7 +45,7 @@ void Playback::start(const QString& device, bool endlessly)
     makePlayer(device, endlessly);
     requestPlaying();
     if (item->neverEnds() && !endlessly) {
-        QTimer::singleShot(0, this, &Playback::stop);
+        QMetaObject::invokeMethod(this, "stop", Qt::QueuedConnection);
     }
 }
 
@@ -71,7 +71,7 @@ void Playback::requestPlaying()
     }
     // No stop now: it would throw away what GStreamer has to say about the refusal.
     currentState = State::Failing;
-    QTimer::singleShot(graceTime, this, &Playback::giveUpStarting);
+    grace.start(graceTime);
 }
 
 bool Playback::pause()
@@ -133,7 +133,7 @@ QString Playback::hintOnFailure() const
     if (currentState != State::Failing) {
         return "run again with -v, and see the log for details";
     }
-    const QString hint = item->adviceOnFailedStart().hint;
+    QString hint = item->adviceOnFailedStart().hint;
     if (!hint.isEmpty()) {
         return hint;
     }
@@ -149,7 +149,7 @@ void Playback::finish(const Outcome& outcome)
     watch.halt();
     Q_EMIT outcomeKnown(outcome);
     if (!player) {
-        QTimer::singleShot(0, this, &Playback::finished);
+        QMetaObject::invokeMethod(this, "finished", Qt::QueuedConnection);
         return;
     }
     // After its end a player still holds the device. It frees it in its destructor, behind the

@@ -6,6 +6,7 @@
 #include <QtCore/QElapsedTimer>
 #include <QtCore/QObject>
 #include <QtCore/QString>
+#include <QtCore/QTimer>
 
 #include <memory>
 
@@ -68,7 +69,7 @@ public:
     /// Goes on after pause().
     void resume();
     /// Ends the playback. One that was not begun has the outcome "stopped" at once.
-    void stop();
+    Q_INVOKABLE void stop();
     /// Ends a playback that was not begun with an error.
     void refuse(const QString& reason, const QString& hint);
 
@@ -96,6 +97,7 @@ private:
     QString itemToken;
     QString outputDevice;
     std::unique_ptr<SimplePlayer> player; ///< from start() to the outcome
+    QTimer grace;                         ///< bounds State::Failing
     State currentState = State::Waiting;
     StopWatch watch;
 };

@@ -4,7 +4,6 @@
 #include "Console.h"
 
 #include <QtCore/QCoreApplication>
-#include <QtCore/QTimer>
 
 namespace {
 
@@ -77,7 +76,7 @@ void Session::connectUser()
 
 int Session::run()
 {
-    QTimer::singleShot(0, this, &Session::begin);
+    QMetaObject::invokeMethod(this, "begin", Qt::QueuedConnection);
     QCoreApplication::exec();
     liveLine.hide();
     terminal.leave();

@@ -30,7 +30,7 @@ private:
     void addItems(const Options& options);
     void connectPlaylist();
     void connectUser();
-    void begin();
+    Q_INVOKABLE void begin();
     void reportOutcome(const QString& token, const Outcome& outcome);
     void onKey(char key);
     void suspend();

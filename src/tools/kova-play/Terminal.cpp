@@ -2,6 +2,7 @@
 
 #include <QtCore/QSocketNotifier>
 
+#include <array>
 #include <csignal>
 #include <cstdlib>
 
@@ -12,13 +13,12 @@
 namespace {
 
 /// Signals that kill and leave no time for an event loop.
-constexpr int deadlySignals[] = {SIGQUIT, SIGABRT, SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGPIPE};
-constexpr std::size_t deadlyCount = sizeof deadlySignals / sizeof deadlySignals[0];
+constexpr std::array deadlySignals = {SIGQUIT, SIGABRT, SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGPIPE};
 
 // Read by signal handlers. The mode is written while `modeChanged` is 0 only.
 termios formerMode = {};
 volatile std::sig_atomic_t modeChanged = 0;
-struct sigaction formerActions[deadlyCount];
+std::array<struct sigaction, deadlySignals.size()> formerActions;
 
 bool inForeground()
 {
@@ -29,7 +29,7 @@ bool inForeground()
 extern "C" void restoreModeAndDie(int number)
 {
     Terminal::restoreMode();
-    for (std::size_t i = 0; i < deadlyCount; ++i) {
+    for (std::size_t i = 0; i < deadlySignals.size(); ++i) {
         if (deadlySignals[i] == number) {
             sigaction(number, &formerActions[i], nullptr);
         }
@@ -42,7 +42,7 @@ void restoreModeWhenKilled()
     struct sigaction action = {};
     action.sa_handler = restoreModeAndDie;
     sigemptyset(&action.sa_mask);
-    for (std::size_t i = 0; i < deadlyCount; ++i) {
+    for (std::size_t i = 0; i < deadlySignals.size(); ++i) {
         sigaction(deadlySignals[i], nullptr, &formerActions[i]);
         if (formerActions[i].sa_handler != SIG_IGN) {
             sigaction(deadlySignals[i], &action, nullptr);
@@ -97,7 +97,8 @@ Terminal::Terminal()
         return;
     }
     restoreModeWhenKilled();
-    std::atexit(restoreMode); // GStreamer calls exit() when it cannot be initialised
+    // GStreamer calls exit() when it cannot be initialised.
+    (void)std::atexit(restoreMode);
     notifier = new QSocketNotifier(STDIN_FILENO, QSocketNotifier::Read, this);
     notifier->setEnabled(false);
     connect(notifier, &QSocketNotifier::activated, this, &Terminal::readKeys);
@@ -156,13 +157,13 @@ void Terminal::readKeys()
     if (!listen()) {
         return; // reading in the background would stop the process
     }
-    char bytes[64];
-    const ssize_t count = read(STDIN_FILENO, bytes, sizeof bytes);
+    QByteArray typed(64, 0);
+    const ssize_t count = read(STDIN_FILENO, typed.data(), static_cast<std::size_t>(typed.size()));
     if (count <= 0) {
         notifier->setEnabled(false); // the terminal is gone
         return;
     }
-    const QByteArray typed(bytes, static_cast<int>(count));
+    typed.truncate(static_cast<int>(count));
     for (int i = 0; i < typed.size();) {
         const int length = keyLength(typed, i);
         if (length == 1) {

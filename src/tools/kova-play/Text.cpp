@@ -3,8 +3,7 @@
 #include <QtCore/QVector>
 
 #include <algorithm>
-
-#include <wchar.h>
+#include <cwchar>
 
 namespace {
 

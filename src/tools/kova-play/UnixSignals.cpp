@@ -4,6 +4,7 @@
 
 #include <QtCore/QSocketNotifier>
 
+#include <array>
 #include <cerrno>
 #include <csignal>
 #include <ctime>
@@ -13,14 +14,14 @@
 
 namespace {
 
-constexpr int handledSignals[] = {SIGINT, SIGTERM, SIGHUP, SIGTSTP, SIGCONT, SIGWINCH};
+constexpr std::array handledSignals = {SIGINT, SIGTERM, SIGHUP, SIGTSTP, SIGCONT, SIGWINCH};
 
 /// Some senders send a signal to the process and then to its group; that counts once.
 constexpr long sameInterrupt = 100; // milliseconds
 
-int pipeEnds[2] = {-1, -1};          // written before the handlers are installed
-long firstInterrupt = -1;            // in milliseconds; touched by the handler of SIGINT alone
-struct sigaction suspendAction = {}; // how SIGTSTP is handled
+std::array<int, 2> pipeEnds = {-1, -1}; // written before the handlers are installed
+long firstInterrupt = -1;               // in milliseconds; touched by the handler of SIGINT alone
+struct sigaction suspendAction = {};    // how SIGTSTP is handled
 
 long now()
 {
@@ -66,7 +67,7 @@ void handle(int number, const struct sigaction& action)
 
 UnixSignals::UnixSignals()
 {
-    if (pipe2(pipeEnds, O_CLOEXEC | O_NONBLOCK) != 0) {
+    if (pipe2(pipeEnds.data(), O_CLOEXEC | O_NONBLOCK) != 0) {
         qFatal("kova-play: no pipe for signals: %s", qPrintable(qt_error_string(errno)));
     }
     notifier = new QSocketNotifier(pipeEnds[0], QSocketNotifier::Read, this);

@@ -7,10 +7,6 @@
 #include "Session.h"
 
 #include <QtCore/QCoreApplication>
-#include <QtCore/QTextCodec>
-
-#include <clocale>
-#include <cstring>
 
 namespace {
 
@@ -20,15 +16,6 @@ enum ExitStatus
     Failure = 1,
     UsageError = 2,
 };
-
-/// In the C locale, which fresh machines have, file names that are not ASCII would be spoilt.
-void readNamesAsUtf8()
-{
-    const char* locale = std::setlocale(LC_CTYPE, nullptr);
-    if (locale && (std::strcmp(locale, "C") == 0 || std::strcmp(locale, "POSIX") == 0)) {
-        QTextCodec::setCodecForLocale(QTextCodec::codecForName("UTF-8"));
-    }
-}
 
 int complain(const QString& problem, Console& console)
 {
@@ -91,7 +78,6 @@ int main(int argc, char** argv)
     QCoreApplication application(argc, argv);
     QCoreApplication::setApplicationName("kova-play");
     QCoreApplication::setApplicationVersion(KOVA_PLAY_VERSION);
-    readNamesAsUtf8();
 
     Console console;
     CommandLine commandLine;

@@ -15,13 +15,13 @@ void CardClock::set(Nanoseconds now, std::int64_t frames)
 
 std::int64_t CardClock::framesAt(Nanoseconds time) const
 {
-    const double elapsed = static_cast<double>(time - originTime);
+    const auto elapsed = static_cast<double>(time - originTime);
     return originFrames + static_cast<std::int64_t>(std::floor(elapsed * framesPerNanosecond));
 }
 
 Nanoseconds CardClock::timeOf(std::int64_t frames) const
 {
-    const double ahead = static_cast<double>(frames - originFrames);
+    const auto ahead = static_cast<double>(frames - originFrames);
     Nanoseconds time =
         originTime + static_cast<Nanoseconds>(std::ceil(ahead / framesPerNanosecond));
     // A quotient that was rounded down would wake a waiting client one nanosecond too early, and it

@@ -14,9 +14,9 @@ constexpr std::size_t sizeLength = 4;
 
 } // namespace
 
-static void append(std::string& bytes, std::uint64_t value, unsigned size)
+static void append(std::string& bytes, std::uint64_t value, std::size_t size)
 {
-    for (unsigned i = 0; i < size; ++i) {
+    for (std::size_t i = 0; i < size; ++i) {
         bytes.push_back(static_cast<char>(value >> (8 * i)));
     }
 }
@@ -37,7 +37,7 @@ static bool needsExtension(const WavLayout& layout)
 static void appendExtension(std::string& bytes, const WavLayout& layout)
 {
     append(bytes, 22, 2);
-    append(bytes, 8 * layout.sampleSize, 2);
+    append(bytes, std::uint64_t{8} * layout.sampleSize, 2);
     append(bytes, speakers(layout.channels), 4);
     append(bytes, layout.isFloat ? floatTag : pcmTag, 2);
     // The rest of the format's GUID, which is the same for all formats with a tag.
@@ -55,7 +55,7 @@ static std::string formatChunk(const WavLayout& layout)
     append(chunk, layout.rate, 4);
     append(chunk, std::uint64_t{layout.rate} * layout.frameSize(), 4);
     append(chunk, layout.frameSize(), 2);
-    append(chunk, 8 * layout.sampleSize, 2);
+    append(chunk, std::uint64_t{8} * layout.sampleSize, 2);
     if (extended) {
         appendExtension(chunk, layout);
     }

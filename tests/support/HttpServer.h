@@ -1,0 +1,88 @@
+#ifndef TEST_SUPPORT_HTTP_SERVER_H
+#define TEST_SUPPORT_HTTP_SERVER_H
+
+#include <QtCore/QProcess>
+#include <QtCore/QString>
+#include <QtCore/QThread>
+
+class QTcpServer;
+
+/// A process that dies with the test, also when the test is killed.
+class ChildProcess : public QProcess
+{
+protected:
+    void setupChildProcess() override;
+};
+
+/// A web server of this test alone: nginx on loopback, serving the test process's folder in several
+/// ways. Runs from construction to destruction, without a daemon and without any rights.
+class HttpServer
+{
+public:
+    /// How a file is served: the first folder of its URL.
+    enum class Way
+    {
+        Plain,    ///< with a length and with ranges
+        NoRanges, ///< with a length, ranges are not offered
+        Chunked,  ///< in chunks, without a length
+        Found,    ///< redirected (302) to Plain
+        Moved,    ///< redirected for ever (301) to Plain
+    };
+
+    /// Starts the server and waits until it answers. The test process ends when it does not.
+    HttpServer();
+    ~HttpServer();
+    HttpServer(const HttpServer&) = delete;
+    HttpServer& operator=(const HttpServer&) = delete;
+
+    /// The URL of a file of TestProcess::path().
+    QString url(const QString& name, Way way = Way::Plain) const;
+    /// The same over TLS, with a certificate that nobody has signed.
+    QString httpsUrl(const QString& name) const;
+
+private:
+    bool start(quint16 httpPort, quint16 httpsPort);
+    bool answers(quint16 tcpPort);
+
+    ChildProcess nginx;
+    quint16 port = 0;
+    quint16 tlsPort = 0;
+};
+
+/// A server that breaks off: it announces all bytes of a body, sends the first ones and closes.
+/// Answers every request alike, on a thread of its own.
+class BreakingServer
+{
+public:
+    /// @param body  what a whole answer would be
+    /// @param sent  how many of its bytes are sent
+    BreakingServer(const QByteArray& body, int sent);
+    ~BreakingServer();
+    BreakingServer(const BreakingServer&) = delete;
+    BreakingServer& operator=(const BreakingServer&) = delete;
+
+    QString url() const;
+
+private:
+    QThread thread;
+    QTcpServer* server; ///< lives on `thread`
+    quint16 port = 0;
+};
+
+/// A TCP port of loopback that refuses connections while this object lives.
+class RefusingPort
+{
+public:
+    RefusingPort();
+    ~RefusingPort();
+    RefusingPort(const RefusingPort&) = delete;
+    RefusingPort& operator=(const RefusingPort&) = delete;
+
+    QString url() const;
+
+private:
+    int socket; ///< bound, so that nobody else gets the port, and not listening
+    quint16 port = 0;
+};
+
+#endif

@@ -1,0 +1,58 @@
+#ifndef TEST_SUPPORT_PLAYER_PROBE_H
+#define TEST_SUPPORT_PLAYER_PROBE_H
+
+#include "support/Outcomes.h"
+
+#include <functional>
+#include <memory>
+
+/// Holds one player and what it reports, on the thread that makes it.
+class PlayerProbe
+{
+public:
+    /// @param player  is taken over; its token should be "token"
+    explicit PlayerProbe(SimplePlayer* player);
+    ~PlayerProbe();
+    PlayerProbe(const PlayerProbe&) = delete;
+    PlayerProbe& operator=(const PlayerProbe&) = delete;
+
+    SimplePlayer* operator->() const { return player.get(); }
+
+    /// Runs the event loop until an outcome was reported. @return whether there was one in time
+    bool waitForOutcome() const;
+
+    /// Waits for the outcome, then proves that no further one follows: the player is stopped, the
+    /// report of that stop and everything that was queued before it are delivered, the player is
+    /// deleted, and the loop is run dry once more.
+    /// @return all outcomes of the player's life, as Outcomes writes them
+    QStringList finish();
+
+    /// Deletes the player now, silently, and runs the event loop dry. @return all its outcomes
+    QStringList destroy();
+
+    std::unique_ptr<SimplePlayer> player;
+    Outcomes outcomes;
+};
+
+/// Runs the event loop until `condition` holds. @return whether it did in time
+/// QTest::qWaitFor would sleep 10 ms between any two messages of a pipeline.
+bool waitFor(const std::function<bool()>& condition);
+
+/// Runs the event loop until everything that is queued now, and GLib has ready, was delivered.
+void deliverQueuedEvents();
+
+/// Has GStreamer load all its type finders, which it keeps for as long as the process lives, so
+/// that nobody takes them for leaks. To be called before the first player is made.
+void prepareLeakCheck();
+
+/// The types of the objects that players have left behind since prepareLeakCheck(), one after
+/// another; empty when nothing is left after a moment of grace.
+QString leakedByPlayers();
+
+/// Has leakedByPlayers() overlook one object, which GStreamer itself does not always free.
+void overlookLeakedObject(const QString& type);
+
+/// How long tests wait for what must happen, in milliseconds: long enough for the slowest checker.
+constexpr int patience = 120000;
+
+#endif

@@ -1,0 +1,244 @@
+#include "support/HttpServer.h"
+#include "support/LogCapture.h"
+#include "support/Media.h"
+#include "support/PlayerProbe.h"
+#include "support/TestProcess.h"
+#include "support/VirtualCard.h"
+
+#include <simplePlayer/UriSimplePlayer.h>
+
+#include <QtTest/QtTest>
+
+using Way = HttpServer::Way;
+
+Q_DECLARE_METATYPE(HttpServer::Way)
+
+/// Playing from a web server on loopback.
+class TestWeb : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void cleanup();
+    void cleanupTestCase();
+
+    void itemArrivesBitExact_data();
+    void itemArrivesBitExact();
+    void namesInUrlsAreEscapedByTheClient();
+    void oggNeedsRangesOrChunks_data();
+    void oggNeedsRangesOrChunks();
+
+    void failureIsReported_data();
+    void failureIsReported();
+    void unknownCertificateIsRefused();
+    void refusedConnectionIsReported();
+    void brokenConnectionIsReported_data();
+    void brokenConnectionIsReported();
+    void playerDeletedWhileConnectingIsSilent();
+
+    void loopingWithRangesPlaysAgain();
+    void loopingWithoutRangesFails_data();
+    void loopingWithoutRangesFails();
+
+private:
+    std::unique_ptr<HttpServer> server;
+    media::Pcm sound;
+};
+
+void TestWeb::initTestCase()
+{
+    prepareLeakCheck();
+    server = std::make_unique<HttpServer>();
+    sound = media::noise(media::SampleFormat::S16, 48000, 2, 48000);
+    const QString wav = media::writeWav("item.wav", sound);
+    media::writeWav("an item.wav", sound);
+    media::encode("item.flac", wav);
+    media::encode("item.ogg", wav);
+}
+
+void TestWeb::cleanup()
+{
+    QCOMPARE(leakedByPlayers(), QString());
+}
+
+void TestWeb::cleanupTestCase()
+{
+    server.reset();
+}
+
+// ---- Ways to serve -----------------------------------------------------------------------------
+
+void TestWeb::itemArrivesBitExact_data()
+{
+    QTest::addColumn<Way>("way");
+    QTest::addColumn<QString>("name");
+
+    for (const char* name : {"item.wav", "item.flac"}) {
+        QTest::addRow("plain %s", name) << Way::Plain << QString(name);
+        QTest::addRow("no ranges %s", name) << Way::NoRanges << QString(name);
+        QTest::addRow("chunked %s", name) << Way::Chunked << QString(name);
+        QTest::addRow("found elsewhere %s", name) << Way::Found << QString(name);
+        QTest::addRow("moved %s", name) << Way::Moved << QString(name);
+    }
+}
+
+void TestWeb::itemArrivesBitExact()
+{
+    QFETCH(Way, way);
+    QFETCH(QString, name);
+    VirtualCard card("web");
+    PlayerProbe probe(new UriSimplePlayer(server->url(name, way), "token", card.device()));
+    QVERIFY(probe->startPlayback());
+    QCOMPARE(probe.finish(), QStringList("ended token"));
+    QVERIFY(media::withoutTrailingSilence(card.samples(), sound.frameSize()) == sound.samples);
+}
+
+void TestWeb::namesInUrlsAreEscapedByTheClient()
+{
+    VirtualCard card("web");
+    PlayerProbe probe(new UriSimplePlayer(server->url("an%20item.wav"), "token", card.device()));
+    QVERIFY(probe->startPlayback());
+    QCOMPARE(probe.finish(), QStringList("ended token"));
+    QVERIFY(media::withoutTrailingSilence(card.samples(), sound.frameSize()) == sound.samples);
+}
+
+void TestWeb::oggNeedsRangesOrChunks_data()
+{
+    QTest::addColumn<Way>("way");
+    QTest::addColumn<QString>("outcome");
+
+    QTest::newRow("plain") << Way::Plain << "ended token";
+    QTest::newRow("chunked") << Way::Chunked << "ended token";
+    // With a length but no ranges the demuxer tries to look at the end first, and cannot go back.
+    QTest::newRow("no ranges") << Way::NoRanges << "error token: Server does not support seeking.";
+}
+
+void TestWeb::oggNeedsRangesOrChunks()
+{
+    QFETCH(Way, way);
+    QFETCH(QString, outcome);
+    VirtualCard card("web");
+    PlayerProbe probe(new UriSimplePlayer(server->url("item.ogg", way), "token", card.device()));
+    QVERIFY(probe->startPlayback());
+    QCOMPARE(probe.finish(), QStringList(outcome));
+}
+
+// ---- Failures ----------------------------------------------------------------------------------
+
+void TestWeb::failureIsReported_data()
+{
+    QTest::addColumn<QString>("url");
+    QTest::addColumn<QString>("reason");
+
+    QTest::newRow("missing item") << server->url("missing.wav") << "Not Found";
+    QTest::newRow("redirected to missing item")
+        << server->url("missing.wav", Way::Found) << "Not Found";
+    QTest::newRow("no host") << "http://"
+                             << "Could not resolve server name.";
+    QTest::newRow("no such host") << "http://host.invalid/a.wav"
+                                  << "Could not resolve server name.";
+    QTest::newRow("no URL") << "http://%%%"
+                            << "Could not resolve server name.";
+    QTest::newRow("empty item") << server->url("empty.wav")
+                                << "Stream doesn't contain enough data.";
+    QTest::newRow("no sound") << server->url("text.wav") << "This appears to be a text file";
+    media::writeFile("empty.wav", QByteArray());
+    media::writeFile("text.wav", QByteArray("Nothing to hear in here.\n").repeated(100));
+}
+
+void TestWeb::failureIsReported()
+{
+    QFETCH(QString, url);
+    QFETCH(QString, reason);
+    PlayerProbe probe(new UriSimplePlayer(url, "token", "null"));
+    QVERIFY(probe->startPlayback());
+    QCOMPARE(probe.finish(), QStringList("error token: " + reason));
+}
+
+void TestWeb::unknownCertificateIsRefused()
+{
+    PlayerProbe probe(new UriSimplePlayer(server->httpsUrl("item.wav"), "token", "null"));
+    QVERIFY(probe->startPlayback());
+    QCOMPARE(probe.finish(), QStringList("error token: Secure connection setup failed."));
+}
+
+void TestWeb::refusedConnectionIsReported()
+{
+    const RefusingPort port;
+    PlayerProbe probe(new UriSimplePlayer(port.url(), "token", "null"));
+    QVERIFY(probe->startPlayback());
+    QCOMPARE(probe.finish(), QStringList("error token: Could not establish connection to server."));
+}
+
+void TestWeb::brokenConnectionIsReported_data()
+{
+    QTest::addColumn<int>("sent");
+    QTest::newRow("inside the header") << 20;
+    QTest::newRow("after the header") << 44;
+    QTest::newRow("in the middle") << 96000;
+}
+
+void TestWeb::brokenConnectionIsReported()
+{
+    QFETCH(int, sent);
+    // GStreamer asks for the rest, which this server does not know to send.
+    const BreakingServer breaking(media::wavBytes(sound), sent);
+    VirtualCard card("web");
+    PlayerProbe probe(new UriSimplePlayer(breaking.url(), "token", card.device()));
+    QVERIFY(probe->startPlayback());
+    QCOMPARE(probe.finish(), QStringList("error token: Server does not support seeking."));
+    QVERIFY(
+        sound.samples.startsWith(media::withoutTrailingSilence(card.samples(), sound.frameSize())));
+}
+
+void TestWeb::playerDeletedWhileConnectingIsSilent()
+{
+    for (int i = 0; i < 10; ++i) {
+        PlayerProbe probe(new UriSimplePlayer(server->url("item.wav"), "token", "null"));
+        QVERIFY(probe->startPlayback());
+        QCOMPARE(probe.destroy(), QStringList());
+    }
+}
+
+// ---- Looping -----------------------------------------------------------------------------------
+
+static int loops(const LogCapture& log)
+{
+    return log.texts("TRACE").count("Looping playbacktoken");
+}
+
+void TestWeb::loopingWithRangesPlaysAgain()
+{
+    LogCapture log;
+    VirtualCard card("web");
+    PlayerProbe probe(new UriSimplePlayer(server->url("item.wav"), "token", card.device()));
+    probe->loop = true;
+    QVERIFY(probe->startPlayback());
+    QVERIFY(waitFor([&log] { return loops(log) >= 2; }));
+    QVERIFY(probe->stopPlayback());
+    QCOMPARE(probe.finish(), QStringList("stopped token"));
+    QVERIFY(card.samples().startsWith(sound.samples));
+}
+
+void TestWeb::loopingWithoutRangesFails_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::newRow("WAV") << "item.wav";
+    QTest::newRow("FLAC") << "item.flac";
+}
+
+void TestWeb::loopingWithoutRangesFails()
+{
+    QFETCH(QString, name);
+    VirtualCard card("web");
+    PlayerProbe probe(
+        new UriSimplePlayer(server->url(name, Way::NoRanges), "token", card.device()));
+    probe->loop = true;
+    QVERIFY(probe->startPlayback());
+    QCOMPARE(probe.finish(), QStringList("error token: Server does not support seeking."));
+    QVERIFY(media::withoutTrailingSilence(card.samples(), sound.frameSize()) == sound.samples);
+}
+
+KOVA_TEST_MAIN(TestWeb)
+#include "tst_web.moc"
