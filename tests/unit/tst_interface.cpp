@@ -5,6 +5,8 @@
 
 #include <simplePlayer/DataSimplePlayer.h>
 #include <simplePlayer/DataSimplePlayer_p.h>
+#include <simplePlayer/StreamSimplePlayer.h>
+#include <simplePlayer/StreamSimplePlayer_p.h>
 #include <simplePlayer/UriSimplePlayer.h>
 #include <simplePlayer/UriSimplePlayer_p.h>
 
@@ -29,6 +31,7 @@ private Q_SLOTS:
     void metaObjectOfTheEngineHasOneSignalAndOnePrivateSlot();
     void frontClassesHaveNoMethodsOfTheirOwn();
     void dataClassesHaveNoMethodsOfTheirOwn();
+    void streamPlayerHasTwoPrivateSlotsInItsEngine();
     void virtualFunctionsFollowThoseOfQObjectInOrder();
     void membersStandInOrder();
     void classSizesAreThoseOfTheirMembers();
@@ -86,6 +89,21 @@ public:
     using DataSimplePlayerImpl::offset;
     using DataSimplePlayerImpl::queue;
     using DataSimplePlayerImpl::sink;
+};
+
+/// Reaches the protected members of the stream engine.
+class OpenStreamEngine : public StreamSimplePlayerImpl
+{
+public:
+    using StreamSimplePlayerImpl::appsrc;
+    using StreamSimplePlayerImpl::caps;
+    using StreamSimplePlayerImpl::decodebin;
+    using StreamSimplePlayerImpl::pipe;
+    using StreamSimplePlayerImpl::pipeName;
+    using StreamSimplePlayerImpl::queue;
+    using StreamSimplePlayerImpl::sink;
+    using StreamSimplePlayerImpl::streamPlayer;
+    using StreamSimplePlayerImpl::StreamSimplePlayerImpl;
 };
 
 } // namespace
@@ -195,6 +213,25 @@ void TestInterface::dataClassesHaveNoMethodsOfTheirOwn()
     QCOMPARE(engine.propertyCount(), engine.propertyOffset());
 }
 
+void TestInterface::streamPlayerHasTwoPrivateSlotsInItsEngine()
+{
+    const QMetaObject& front = StreamSimplePlayer::staticMetaObject;
+    QCOMPARE(front.className(), "StreamSimplePlayer");
+    QCOMPARE(front.superClass(), &SimplePlayer::staticMetaObject);
+    QCOMPARE(front.methodCount(), front.methodOffset());
+    QCOMPARE(front.propertyCount(), front.propertyOffset());
+
+    const QMetaObject& engine = StreamSimplePlayerImpl::staticMetaObject;
+    QCOMPARE(engine.className(), "StreamSimplePlayerImpl");
+    QCOMPARE(engine.superClass(), &SimplePlayerImpl::staticMetaObject);
+    QCOMPARE(engine.propertyCount(), engine.propertyOffset());
+    QCOMPARE(engine.methodCount() - engine.methodOffset(), 2);
+    QCOMPARE(describe(engine.method(engine.methodOffset())),
+             "private slot on_readPipeNotifier_activated(int) sock");
+    QCOMPARE(describe(engine.method(engine.methodOffset() + 1)),
+             "private slot on_receiveNewData(bool) enable");
+}
+
 void TestInterface::virtualFunctionsFollowThoseOfQObjectInOrder()
 {
     // Twelve slots of QObject: three of its meta-object, two destructors, seven event functions.
@@ -210,6 +247,8 @@ void TestInterface::virtualFunctionsFollowThoseOfQObjectInOrder()
     QCOMPARE(virtualSlot(&UriSimplePlayerImpl::initPipeline), 15U);
     QCOMPARE(virtualSlot(&UriSimplePlayerImpl::restartPlayback), 16U);
     QCOMPARE(virtualSlot(&DataSimplePlayerImpl::initPipeline), 15U);
+    QCOMPARE(virtualSlot(&StreamSimplePlayerImpl::stopPlayback), 14U);
+    QCOMPARE(virtualSlot(&StreamSimplePlayerImpl::initPipeline), 15U);
 }
 
 void TestInterface::membersStandInOrder()
@@ -249,6 +288,18 @@ void TestInterface::membersStandInOrder()
     const std::size_t behindData = sizeof(SimplePlayerImpl) + 6 * word;
     QCOMPARE(offsetIn(dataEngine, dataEngine.offset),
              (behindData + alignof(quint64) - 1) / alignof(quint64) * alignof(quint64));
+
+    StreamSimplePlayer streamFront(QString(), QString(), QStringLiteral("T"), QString());
+    const OpenStreamEngine stream(QString(), QString(), QStringLiteral("T"), QString(),
+                                  &streamFront);
+    QCOMPARE(offsetIn(stream, stream.streamPlayer), sizeof(SimplePlayerImpl));
+    QCOMPARE(offsetIn(stream, stream.appsrc), sizeof(SimplePlayerImpl) + word);
+    QCOMPARE(offsetIn(stream, stream.decodebin), sizeof(SimplePlayerImpl) + 2 * word);
+    QCOMPARE(offsetIn(stream, stream.queue), sizeof(SimplePlayerImpl) + 3 * word);
+    QCOMPARE(offsetIn(stream, stream.sink), sizeof(SimplePlayerImpl) + 4 * word);
+    QCOMPARE(offsetIn(stream, stream.caps), sizeof(SimplePlayerImpl) + 5 * word);
+    QCOMPARE(offsetIn(stream, stream.pipeName), sizeof(SimplePlayerImpl) + 6 * word);
+    QCOMPARE(offsetIn(stream, stream.pipe), sizeof(SimplePlayerImpl) + 7 * word);
 }
 
 void TestInterface::classSizesAreThoseOfTheirMembers()
@@ -257,6 +308,8 @@ void TestInterface::classSizesAreThoseOfTheirMembers()
     QCOMPARE(sizeof(FakePlayer), sizeof(SimplePlayer) + sizeof(QString));
     QCOMPARE(sizeof(UriSimplePlayer), sizeof(SimplePlayer) + sizeof(void*));
     QCOMPARE(sizeof(DataSimplePlayer), sizeof(SimplePlayer) + sizeof(void*));
+    QCOMPARE(sizeof(StreamSimplePlayer), sizeof(SimplePlayer) + sizeof(void*));
+    QCOMPARE(sizeof(StreamSimplePlayerImpl), sizeof(SimplePlayerImpl) + 8 * sizeof(void*));
     QCOMPARE(sizeof(UriSimplePlayerImpl), sizeof(SimplePlayerImpl) + 5 * sizeof(void*));
 }
 
