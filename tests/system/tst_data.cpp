@@ -1,0 +1,475 @@
+#include "support/LogCapture.h"
+#include "support/Media.h"
+#include "support/PlayerProbe.h"
+#include "support/TestProcess.h"
+#include "support/VirtualCard.h"
+
+#include <simplePlayer/DataSimplePlayer.h>
+
+#include <QtCore/QDeadlineTimer>
+#include <QtCore/QRandomGenerator>
+#include <QtTest/QtTest>
+
+#include <glib.h>
+
+#include <cstring>
+#include <memory>
+#include <vector>
+
+using media::SampleFormat;
+
+/// Items in memory, as heard at the sound card.
+class TestData : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void cleanup();
+
+    void losslessItemArrivesBitExact_data();
+    void losslessItemArrivesBitExact();
+    void lossyItemArrivesWhole_data();
+    void lossyItemArrivesWhole();
+    void largeItemPlaysUntilStopped();
+
+    void whatIsNoSoundIsReported_data();
+    void whatIsNoSoundIsReported();
+    void cutItemPlaysWhatIsThere_data();
+    void cutItemPlaysWhatIsThere();
+
+    void callerDoesWhatItLikesWithItsArray_data();
+    void callerDoesWhatItLikesWithItsArray();
+
+    void pauseHoldsAndStartResumes();
+    void stopAndStartPlaysFromTheBeginning();
+    void endStopAndStartPlaysAgain();
+    void loopIsRefused();
+
+    void tenAtOnceAllPlayWhole();
+    void oneArrayServesManyPlayers();
+
+    void destroyedInAnyStateIsSilent_data();
+    void destroyedInAnyStateIsSilent();
+
+private:
+    media::Pcm sound; ///< one second of noise
+    QByteArray item;  ///< the same as a WAV file
+};
+
+static QStringList ended()
+{
+    return {QStringLiteral("ended token")};
+}
+
+static QStringList stopped()
+{
+    return {QStringLiteral("stopped token")};
+}
+
+static SimplePlayer* makePlayer(const QByteArray& bytes, const VirtualCard& card,
+                                const QString& token = QStringLiteral("token"))
+{
+    return new DataSimplePlayer(bytes, token, card.device());
+}
+
+static QStringList play(const QByteArray& bytes, const VirtualCard& card)
+{
+    PlayerProbe probe(makePlayer(bytes, card));
+    probe->startPlayback();
+    return probe.finish();
+}
+
+/// What was heard of S16 stereo sound.
+static QByteArray heard(const VirtualCard& card)
+{
+    return media::withoutTrailingSilence(card.samples(), 4);
+}
+
+static bool waitForFrames(const VirtualCard& card, qint64 frames)
+{
+    return waitFor([&] { return card.frames() >= frames; });
+}
+
+/// How many ends of the item reached the engine, also those that are not reported any more.
+static int countEnds(const LogCapture& log)
+{
+    return log.texts("TRACE").count(QStringLiteral("reporting playback end due to EOS"));
+}
+
+/// The outcomes without the refusals of pushes that a stop has overtaken: now and then the stop
+/// finds the source at work, and that is reported beside the outcome.
+static QStringList withoutRefusals(QStringList outcomes)
+{
+    outcomes.removeAll(QStringLiteral("error token: Failed to push buffer"));
+    return outcomes;
+}
+
+static GLogFunc previousLogHandler = nullptr;
+
+/// When a player is destroyed while its decoder is still being put together, GStreamer starts the
+/// source once more on its way down, and complains about itself. It does no harm.
+static void passOverSourceFormat(const gchar* domain, GLogLevelFlags level, const gchar* message,
+                                 gpointer data)
+{
+    if (!message || !std::strstr(message, "gst_base_src_set_format: assertion")) {
+        previousLogHandler(domain, level, message, data);
+    }
+}
+
+void TestData::initTestCase()
+{
+    previousLogHandler = g_log_set_default_handler(passOverSourceFormat, nullptr);
+    prepareLeakCheck();
+    sound = media::noise(SampleFormat::S16, 48000, 2, 48000);
+    item = media::wavBytes(sound);
+}
+
+void TestData::cleanup()
+{
+    QCOMPARE(leakedByPlayers(), QString());
+}
+
+namespace {
+
+/// One player and its card.
+struct Desk
+{
+    Desk(int number, const QByteArray& itemBytes)
+        : bytes(itemBytes), token(QStringLiteral("player %1").arg(number)),
+          card(QStringLiteral("card%1").arg(number)), probe(makePlayer(bytes, card, token))
+    {
+    }
+
+    QStringList ended() const { return {QStringLiteral("ended ") + token}; }
+
+    QByteArray bytes;
+    QString token;
+    VirtualCard card;
+    PlayerProbe probe;
+};
+
+} // namespace
+
+// ---- Whole items -------------------------------------------------------------------------------
+
+void TestData::losslessItemArrivesBitExact_data()
+{
+    QTest::addColumn<QByteArray>("bytes");
+    QTest::newRow("WAV") << item;
+    const QString wav = media::writeWav("whole.wav", sound);
+    QTest::newRow("FLAC") << media::readFile(media::encode("whole.flac", wav));
+}
+
+void TestData::losslessItemArrivesBitExact()
+{
+    QFETCH(QByteArray, bytes);
+    const VirtualCard card("card");
+    QCOMPARE(play(bytes, card), ended());
+    QVERIFY(heard(card) == sound.samples);
+}
+
+void TestData::lossyItemArrivesWhole_data()
+{
+    QTest::addColumn<QString>("suffix");
+    QTest::newRow("Ogg Vorbis") << "ogg";
+    QTest::newRow("Opus") << "opus";
+    QTest::newRow("MP3") << "mp3";
+}
+
+void TestData::lossyItemArrivesWhole()
+{
+    QFETCH(QString, suffix);
+    const media::Pcm tone = media::tone(48000, 2, 48000);
+    const QString file = media::encode("tone." + suffix, media::writeWav("tone.wav", tone));
+    const VirtualCard card("card");
+    QCOMPARE(play(media::readFile(file), card), ended());
+
+    // An encoder may add or take the length of a block at either end, which nobody hears.
+    media::Pcm played{card.format() == "F32" ? SampleFormat::F32 : SampleFormat::S16, card.rate(),
+                      card.channels(), QByteArray()};
+    played.samples = media::withoutTrailingSilence(card.samples(), played.frameSize());
+    QCOMPARE(played.rate, 48000);
+    QCOMPARE(played.channels, 2);
+    QVERIFY(qAbs(played.frames() - 48000) < 1200);
+    QVERIFY(qAbs(media::loudness(played) / media::loudness(tone) - 1.0) < 0.1);
+}
+
+void TestData::largeItemPlaysUntilStopped()
+{
+    media::Pcm large = media::noise(SampleFormat::S16, 48000, 2, 1 << 18);
+    large.samples = large.samples.repeated(64); // 64 MiB
+    const VirtualCard card("card");
+    PlayerProbe probe(makePlayer(media::wavBytes(large), card));
+    QVERIFY(probe->startPlayback());
+    QVERIFY(waitForFrames(card, 96000));
+    QVERIFY(probe->stopPlayback());
+    QCOMPARE(withoutRefusals(probe.finish()), stopped());
+    QVERIFY(large.samples.startsWith(heard(card)));
+}
+
+// ---- Broken items ------------------------------------------------------------------------------
+
+/// Bytes that are the same in every run and look like nothing.
+static QByteArray randomBytes(int size)
+{
+    QRandomGenerator generator(1);
+    QByteArray bytes(size, Qt::Uninitialized);
+    for (char& byte : bytes) {
+        byte = static_cast<char>(generator.generate());
+    }
+    return bytes;
+}
+
+void TestData::whatIsNoSoundIsReported_data()
+{
+    QTest::addColumn<QByteArray>("bytes");
+    QTest::addColumn<QString>("reason");
+    const QString unknown("Could not determine type of stream.");
+    QTest::newRow("nothing") << QByteArray() << "Stream contains no data.";
+    QTest::newRow("1 byte") << QByteArray("0") << unknown;
+    QTest::newRow("10 bytes") << QByteArray("0123456789") << unknown;
+    QTest::newRow("64 KiB of random") << randomBytes(65536) << unknown;
+    QTest::newRow("text") << QByteArray("Nothing to be heard here.\n").repeated(1000)
+                          << "This appears to be a text file";
+    QTest::newRow("zeros") << QByteArray(65536, '\0') << unknown;
+}
+
+void TestData::whatIsNoSoundIsReported()
+{
+    QFETCH(QByteArray, bytes);
+    QFETCH(QString, reason);
+    const VirtualCard card("card");
+    QCOMPARE(play(bytes, card), QStringList("error token: " + reason));
+    QCOMPARE(card.frames(), qint64(0));
+}
+
+void TestData::cutItemPlaysWhatIsThere_data()
+{
+    QTest::addColumn<QByteArray>("whole");
+    // Long enough that the first tenth holds all headers: a demuxer's error there can get lost.
+    const media::Pcm longer = media::noise(SampleFormat::S16, 48000, 2, 144000);
+    const QString wav = media::writeWav("noise.wav", longer);
+    QTest::newRow("wav") << media::readFile(wav);
+    for (const char* suffix : {"ogg", "opus", "flac", "mp3"}) {
+        QTest::newRow(suffix) << media::readFile(
+            media::encode(QStringLiteral("noise.") + suffix, wav));
+    }
+}
+
+void TestData::cutItemPlaysWhatIsThere()
+{
+    QFETCH(QByteArray, whole);
+    std::vector<std::unique_ptr<Desk>> desks;
+    for (int tenths = 1; tenths < 10; ++tenths) {
+        desks.push_back(std::make_unique<Desk>(tenths, whole.left(whole.size() / 10 * tenths)));
+        QVERIFY(desks.back()->probe->startPlayback());
+    }
+    for (const auto& desk : desks) {
+        const QStringList outcomes = desk->probe.finish();
+        if (desk->card.frames() == 0) {
+            // Ogg comes in pages of up to a second, and not one was whole.
+            QVERIFY(whole.startsWith("OggS"));
+            QCOMPARE(outcomes, QStringList("error " + desk->token +
+                                           ": No valid frames decoded before end of stream"));
+            continue;
+        }
+        QCOMPARE(outcomes, desk->ended());
+        if (whole.startsWith("RIFF")) {
+            // All but the last frame, of which a part may have been cut.
+            const QByteArray played = heard(desk->card);
+            QVERIFY(whole.mid(44).startsWith(played));
+            QVERIFY(played.size() > desk->bytes.size() - 44 - 8);
+        }
+    }
+}
+
+// ---- The caller's array ------------------------------------------------------------------------
+
+void TestData::callerDoesWhatItLikesWithItsArray_data()
+{
+    QTest::addColumn<QString>("deed");
+    QTest::addColumn<bool>("playing");
+    for (const char* deed : {"keeps", "changes", "drops"}) {
+        QTest::addRow("%s it at once", deed) << QString(deed) << false;
+        QTest::addRow("%s it while it plays", deed) << QString(deed) << true;
+    }
+}
+
+void TestData::callerDoesWhatItLikesWithItsArray()
+{
+    QFETCH(QString, deed);
+    QFETCH(bool, playing);
+    QByteArray bytes = media::wavBytes(sound);
+    const VirtualCard card("card");
+    PlayerProbe probe(makePlayer(bytes, card));
+    QVERIFY(probe->startPlayback());
+    QVERIFY(!playing || waitForFrames(card, 4800));
+    if (deed == "changes") {
+        bytes.fill('x');
+    } else if (deed == "drops") {
+        bytes = QByteArray();
+    }
+    QCOMPARE(probe.finish(), ended());
+    QVERIFY(heard(card) == sound.samples);
+    QVERIFY(deed != "keeps" || bytes == item);
+}
+
+// ---- Pause, stop and start ---------------------------------------------------------------------
+
+void TestData::pauseHoldsAndStartResumes()
+{
+    const VirtualCard card("card");
+    PlayerProbe probe(makePlayer(item, card));
+    QVERIFY(probe->startPlayback());
+    QVERIFY(waitForFrames(card, 4800));
+    QVERIFY(probe->pausePlayback());
+    deliverQueuedEvents();
+    QCOMPARE(probe.outcomes.all, QStringList());
+    QVERIFY(probe->startPlayback());
+    QCOMPARE(probe.finish(), ended());
+    QVERIFY(heard(card) == sound.samples);
+}
+
+void TestData::stopAndStartPlaysFromTheBeginning()
+{
+    const LogCapture log;
+    const VirtualCard card("card");
+    PlayerProbe probe(makePlayer(item, card));
+    QVERIFY(probe->startPlayback());
+    QVERIFY(waitForFrames(card, 4800));
+    QVERIFY(probe->stopPlayback());
+    const QByteArray firstPass = card.samples();
+    QVERIFY(probe.waitForOutcome());
+
+    QVERIFY(probe->startPlayback());
+    QVERIFY(waitFor([&log] { return countEnds(log) == 1; }));
+    QCOMPARE(withoutRefusals(probe.finish()), stopped());
+    QVERIFY(sound.samples.startsWith(media::withoutTrailingSilence(firstPass, 4)));
+    QVERIFY(heard(card).mid(firstPass.size()) == sound.samples);
+}
+
+void TestData::endStopAndStartPlaysAgain()
+{
+    const LogCapture log;
+    const VirtualCard card("card");
+    PlayerProbe probe(makePlayer(item, card));
+    QVERIFY(probe->startPlayback());
+    QVERIFY(probe.waitForOutcome());
+    QVERIFY(probe->stopPlayback());
+    const QByteArray firstPass = card.samples();
+
+    QVERIFY(probe->startPlayback());
+    QVERIFY(waitFor([&log] { return countEnds(log) == 2; }));
+    QCOMPARE(probe.finish(), ended());
+    QVERIFY(media::withoutTrailingSilence(firstPass, 4) == sound.samples);
+    QVERIFY(heard(card).mid(firstPass.size()) == sound.samples);
+}
+
+void TestData::loopIsRefused()
+{
+    const LogCapture log;
+    const VirtualCard card("card");
+    PlayerProbe probe(makePlayer(item, card));
+    probe->loop = true;
+    QVERIFY(probe->startPlayback());
+    QCOMPARE(probe.finish(), ended());
+    QCOMPARE(log.texts("ERROR"), QStringList("Restart(loop) playback not implemented"));
+    QVERIFY(heard(card) == sound.samples);
+}
+
+// ---- Many players ------------------------------------------------------------------------------
+
+void TestData::tenAtOnceAllPlayWhole()
+{
+    std::vector<media::Pcm> sounds;
+    std::vector<std::unique_ptr<Desk>> desks;
+    for (int i = 0; i < 10; ++i) {
+        sounds.push_back(media::noise(SampleFormat::S16, 48000, 2, 12000, quint32(i + 1)));
+        desks.push_back(std::make_unique<Desk>(i, media::wavBytes(sounds.back())));
+        QVERIFY(desks.back()->probe->startPlayback());
+    }
+    for (std::size_t i = 0; i < desks.size(); ++i) {
+        QCOMPARE(desks[i]->probe.finish(), desks[i]->ended());
+        QVERIFY(heard(desks[i]->card) == sounds[i].samples);
+    }
+}
+
+void TestData::oneArrayServesManyPlayers()
+{
+    std::vector<std::unique_ptr<Desk>> desks;
+    for (int i = 0; i < 4; ++i) {
+        desks.push_back(std::make_unique<Desk>(i, item));
+        QVERIFY(desks.back()->probe->startPlayback());
+    }
+    for (const auto& desk : desks) {
+        QCOMPARE(desk->probe.finish(), desk->ended());
+        QVERIFY(heard(desk->card) == sound.samples);
+    }
+}
+
+// ---- Destruction -------------------------------------------------------------------------------
+
+/// Brings a player into a state, and tells how often that is done: 2000 times in all, or as often
+/// as a slow machine or checker gets to in its time.
+struct State
+{
+    void (*enter)(SimplePlayer& player);
+    int rounds;
+    bool stops = false; ///< whether the player is stopped on the way
+};
+Q_DECLARE_METATYPE(State)
+
+static void start(SimplePlayer& player)
+{
+    player.startPlayback();
+}
+
+void TestData::destroyedInAnyStateIsSilent_data()
+{
+    QTest::addColumn<State>("state");
+    QTest::newRow("never started") << State{[](SimplePlayer&) {}, 300};
+    QTest::newRow("started") << State{start, 600};
+    QTest::newRow("starting, messages delivered") << State{[](SimplePlayer& player) {
+                                                               player.startPlayback();
+                                                               deliverQueuedEvents();
+                                                           },
+                                                           600};
+    QTest::newRow("paused") << State{[](SimplePlayer& player) {
+                                         player.startPlayback();
+                                         player.pausePlayback();
+                                     },
+                                     300};
+    QTest::newRow("stopped") << State{[](SimplePlayer& player) {
+                                          player.startPlayback();
+                                          player.stopPlayback();
+                                      },
+                                      100, true};
+    QTest::newRow("stopped and started") << State{[](SimplePlayer& player) {
+                                                      player.startPlayback();
+                                                      player.stopPlayback();
+                                                      player.startPlayback();
+                                                  },
+                                                  100, true};
+}
+
+void TestData::destroyedInAnyStateIsSilent()
+{
+    QFETCH(State, state);
+    const VirtualCard card("card");
+    QByteArray kept;
+    const QDeadlineTimer budget(2000);
+    for (int round = 0; round < state.rounds && !(round > 0 && budget.hasExpired()); ++round) {
+        // Every other time the caller keeps the array, so that the engine copies it on the way.
+        QByteArray bytes(item.constData(), item.size());
+        kept = round % 2 == 0 ? bytes : QByteArray();
+        PlayerProbe probe(makePlayer(bytes, card));
+        bytes = QByteArray();
+        state.enter(*probe.player);
+        const QStringList outcomes = probe.destroy();
+        QCOMPARE(state.stops ? withoutRefusals(outcomes) : outcomes, QStringList());
+    }
+}
+
+KOVA_TEST_MAIN(TestData)
+#include "tst_data.moc"
