@@ -9,9 +9,21 @@
 
 static TestProcess* theProcess = nullptr;
 
+/// GStreamer 1.22 complains of itself when Ogg or Opus comes from a source that cannot seek:
+/// an event is given no valid sequence number. Playback is not affected.
+static bool isOfGStreamerItself(const gchar* domain, const gchar* message)
+{
+    return g_strcmp0(domain, "GStreamer") == 0 &&
+           g_strcmp0(message, "gst_event_set_seqnum: assertion 'seqnum != GST_SEQNUM_INVALID' "
+                              "failed") == 0;
+}
+
 static void abortOnCritical(const gchar* domain, GLogLevelFlags level, const gchar* message,
                             gpointer /*data*/)
 {
+    if (isOfGStreamerItself(domain, message)) {
+        return;
+    }
     g_log_default_handler(domain, level, message, nullptr);
     if ((level & G_LOG_LEVEL_MASK) <= G_LOG_LEVEL_CRITICAL) {
         std::fprintf(stderr, "A GLib critical ends the test.\n");

@@ -1,0 +1,266 @@
+#include "support/Media.h"
+#include "support/PipeWriter.h"
+#include "support/PlayerProbe.h"
+#include "support/TestProcess.h"
+#include "support/VirtualCard.h"
+
+#include <simplePlayer/StreamSimplePlayer.h>
+
+#include <QtCore/QFile>
+#include <QtTest/QtTest>
+
+using media::SampleFormat;
+
+/// What arrives at the sound card from other processes that write into a named pipe.
+class TestStream : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void cleanup();
+
+    void losslessFormatArrivesBitExact_data();
+    void losslessFormatArrivesBitExact();
+    void lossyFormatArrivesWhole_data();
+    void lossyFormatArrivesWhole();
+    void mannerOfWritingDoesNotMatter_data();
+    void mannerOfWritingDoesNotMatter();
+    void killedWriterEndsTheStream();
+    void writerBeforeTheStartIsNeverHeard();
+    void writerThatNeverComesCanBeStopped();
+    void removedPipeGoesOnWhileOpen();
+    void pausedPlayerLetsTheWriterWait();
+    void quickRoundsLeaveNothing();
+
+private:
+    QString fifo;
+};
+
+static QStringList ended()
+{
+    return {QStringLiteral("ended token")};
+}
+
+static StreamSimplePlayer* newPlayer(const QString& fifo, const VirtualCard& card)
+{
+    return new StreamSimplePlayer(fifo, QString(), QStringLiteral("token"), card.device());
+}
+
+static QStringList play(const QString& fifo, const QByteArray& bytes, const VirtualCard& card,
+                        const PipeWriter::Manner& manner = PipeWriter::Manner())
+{
+    PlayerProbe probe(newPlayer(fifo, card));
+    probe->startPlayback();
+    PipeWriter writer(fifo, bytes, manner);
+    return probe.finish();
+}
+
+/// A WAV file as a program writes it that does not know its length yet.
+static QByteArray endlessWav(const media::Pcm& sound)
+{
+    QByteArray wav = media::wavBytes(sound);
+    wav.replace(4, 4, QByteArray(4, '\xff'));
+    wav.replace(40, 4, QByteArray(4, '\xff'));
+    return wav;
+}
+
+void TestStream::initTestCase()
+{
+    prepareLeakCheck();
+    fifo = TestProcess::path(QStringLiteral("fifo"));
+}
+
+void TestStream::cleanup()
+{
+    QCOMPARE(leakedByPlayers(), QString());
+}
+
+void TestStream::losslessFormatArrivesBitExact_data()
+{
+    QTest::addColumn<QString>("kind");
+    for (const char* kind : {"wav", "endless wav", "flac"}) {
+        QTest::newRow(kind) << QString(kind);
+    }
+}
+
+void TestStream::losslessFormatArrivesBitExact()
+{
+    QFETCH(QString, kind);
+    const media::Pcm sound = media::noise(SampleFormat::S16, 48000, 2, 48000);
+    const QByteArray bytes =
+        kind == "wav" ? media::wavBytes(sound)
+        : kind == "endless wav"
+            ? endlessWav(sound)
+            : media::readFile(media::encode("whole.flac", media::writeWav("whole.wav", sound)));
+    VirtualCard card("card");
+    QCOMPARE(play(fifo, bytes, card), ended());
+    QVERIFY(media::withoutTrailingSilence(card.samples(), sound.frameSize()) == sound.samples);
+}
+
+void TestStream::lossyFormatArrivesWhole_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::newRow("Ogg Vorbis") << "tone.ogg";
+    QTest::newRow("Opus") << "tone.opus";
+    QTest::newRow("MP3") << "tone.mp3";
+}
+
+void TestStream::lossyFormatArrivesWhole()
+{
+    QFETCH(QString, name);
+    const QString tone = media::writeWav("tone.wav", media::tone(48000, 2, 48000));
+    VirtualCard card("card");
+    QCOMPARE(play(fifo, media::readFile(media::encode(name, tone)), card), ended());
+    media::Pcm heard{card.format() == "F32" ? SampleFormat::F32 : SampleFormat::S16,
+                     card.rate(),
+                     card.channels(),
+                     {}};
+    QCOMPARE(heard.rate, 48000);
+    QCOMPARE(heard.channels, 2);
+    heard.samples = media::withoutTrailingSilence(card.samples(), heard.frameSize());
+    // An encoder may add or take the length of a block at either end.
+    QVERIFY2(qAbs(heard.frames() - 48000) < 2400, qPrintable(QString::number(heard.frames())));
+    QVERIFY(media::loudness(heard) > 0.2);
+}
+
+void TestStream::mannerOfWritingDoesNotMatter_data()
+{
+    QTest::addColumn<int>("frames");
+    QTest::addColumn<int>("chunk");
+    QTest::addColumn<int>("pauseMs");
+    QTest::newRow("one byte at a time") << 2000 << 1 << 0;
+    QTest::newRow("a trickle") << 4000 << 64 << 2;
+    QTest::newRow("all at once") << 65536 << 262188 << 0;
+}
+
+void TestStream::mannerOfWritingDoesNotMatter()
+{
+    QFETCH(int, frames);
+    QFETCH(int, chunk);
+    QFETCH(int, pauseMs);
+    const media::Pcm sound = media::noise(SampleFormat::S16, 48000, 2, frames);
+    PipeWriter::Manner manner;
+    manner.chunk = chunk;
+    manner.pauseMs = pauseMs;
+    VirtualCard card("card");
+    QCOMPARE(play(fifo, media::wavBytes(sound), card, manner), ended());
+    QVERIFY(media::withoutTrailingSilence(card.samples(), sound.frameSize()) == sound.samples);
+}
+
+void TestStream::killedWriterEndsTheStream()
+{
+    const media::Pcm sound = media::noise(SampleFormat::S16, 48000, 2, 48000);
+    PipeWriter::Manner manner;
+    manner.keepOpen = true;
+    VirtualCard card("card");
+    PlayerProbe probe(newPlayer(fifo, card));
+    QVERIFY(probe->startPlayback());
+    PipeWriter writer(fifo, endlessWav(sound), manner);
+    QVERIFY(waitFor([&card] { return card.frames() > 0; }));
+    QVERIFY(writer.kill());
+    QCOMPARE(probe.finish(), ended());
+    const QByteArray heard = media::withoutTrailingSilence(card.samples(), sound.frameSize());
+    QVERIFY(!heard.isEmpty());
+    QVERIFY(sound.samples.startsWith(heard));
+}
+
+void TestStream::writerBeforeTheStartIsNeverHeard()
+{
+    const media::Pcm sound = media::noise(SampleFormat::S16, 48000, 2, 4800);
+    VirtualCard card("card");
+    PlayerProbe probe(newPlayer(fifo, card));
+    PipeWriter::Manner manner;
+    manner.keepOpen = true;
+    PipeWriter writer(fifo, media::wavBytes(sound), manner);
+    QVERIFY(writer.waitForWritten());
+    deliverQueuedEvents();
+    QVERIFY(probe->startPlayback());
+    QVERIFY(writer.close());
+    deliverQueuedEvents();
+    QVERIFY(probe->stopPlayback());
+    QCOMPARE(probe.finish(), QStringList("stopped token"));
+    QCOMPARE(card.frames(), 0);
+}
+
+void TestStream::writerThatNeverComesCanBeStopped()
+{
+    VirtualCard card("card");
+    PlayerProbe probe(newPlayer(fifo, card));
+    QVERIFY(probe->startPlayback());
+    deliverQueuedEvents();
+    QVERIFY(probe->stopPlayback());
+    QCOMPARE(probe.finish(), QStringList("stopped token"));
+    QVERIFY(QFile::exists(fifo));
+}
+
+void TestStream::removedPipeGoesOnWhileOpen()
+{
+    const media::Pcm sound = media::noise(SampleFormat::S16, 48000, 2, 48000);
+    VirtualCard card("card");
+    PlayerProbe probe(newPlayer(fifo, card));
+    QVERIFY(probe->startPlayback());
+    PipeWriter writer(fifo, media::wavBytes(sound));
+    QVERIFY(writer.waitForOpened());
+    QVERIFY(QFile::remove(fifo));
+    QCOMPARE(probe.finish(), ended());
+    QVERIFY(media::withoutTrailingSilence(card.samples(), sound.frameSize()) == sound.samples);
+}
+
+/// The memory of this process that is in use, in KiB.
+static qint64 residentKiB()
+{
+    for (const QByteArray& line : media::readFile("/proc/self/status").split('\n')) {
+        if (line.startsWith("VmRSS:")) {
+            return line.mid(6, line.size() - 9).trimmed().toLongLong();
+        }
+    }
+    return -1;
+}
+
+void TestStream::pausedPlayerLetsTheWriterWait()
+{
+    // More than what the pipe, the source and the queue behind the decoder hold together.
+    const media::Pcm sound = media::noise(SampleFormat::S16, 48000, 2, 64 * 1024 * 1024 / 4);
+    VirtualCard::Settings settings;
+    settings.speed = 2000.0;
+    VirtualCard card("card", settings);
+    PlayerProbe probe(newPlayer(fifo, card));
+    QVERIFY(probe->pausePlayback() || probe->startPlayback());
+    QVERIFY(probe->pausePlayback());
+    PipeWriter writer(fifo, endlessWav(sound));
+    QVERIFY(writer.waitForOpened());
+    QElapsedTimer held;
+    held.start();
+    waitFor([&held] { return held.elapsed() > 300; });
+    QVERIFY(!probe.outcomes.all.size());
+    const qint64 before = residentKiB();
+    QVERIFY(probe->startPlayback());
+    qint64 peak = before;
+    QVERIFY(waitFor([&] {
+        peak = qMax(peak, residentKiB());
+        return !probe.outcomes.all.isEmpty();
+    }));
+    QCOMPARE(probe.finish(), ended());
+    QVERIFY(writer.waitForFinished());
+    QVERIFY2(peak - before < 16 * 1024, qPrintable(QString::number(peak - before)));
+    QVERIFY(media::withoutTrailingSilence(card.samples(), sound.frameSize()) == sound.samples);
+}
+
+void TestStream::quickRoundsLeaveNothing()
+{
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    const int rounds = 100;
+#else
+    const int rounds = 2000;
+#endif
+    VirtualCard card("card");
+    for (int i = 0; i < rounds; ++i) {
+        PlayerProbe probe(newPlayer(fifo, card));
+        QVERIFY(probe->startPlayback());
+        QCOMPARE(probe.destroy(), QStringList());
+    }
+}
+
+KOVA_TEST_MAIN(TestStream)
+#include "tst_stream.moc"
