@@ -1,5 +1,6 @@
 #include "support/HttpServer.h"
 #include "support/Media.h"
+#include "support/PipeWriter.h"
 #include "support/PlayerProbe.h"
 #include "support/TestProcess.h"
 #include "support/VirtualCard.h"
@@ -256,6 +257,14 @@ private Q_SLOTS:
 
     void fakeItemsStopAtOnce();
 
+    void fileAndStandardInputPlayFromMemory();
+    void standardInputThatIsEmptyFails();
+    void pipePlaysWhatAWriterWrites();
+    void pipeOfRawSamplesPlaysWithCaps();
+    void sourceThatCannotBeReadFails_data();
+    void sourceThatCannotBeReadFails();
+    void itemsPlayBeforeDataBeforePipes();
+
     void keysPauseResumeStopAndQuit();
     void pauseReachesTheDevice();
     void clockStandsWhilePaused();
@@ -504,6 +513,15 @@ void TestKovaPlay::usageErrors_data()
     QTest::newRow("empty token") << QStringList{"-t", "", "a"} << QByteArray("--token");
     QTest::newRow("empty folder") << QStringList{"--graphs=", "a"} << QByteArray("--graphs");
     QTest::newRow("check of item") << QStringList{"--check", "a"} << QByteArray("no items");
+    QTest::newRow("input twice") << QStringList{"-", "-"} << QByteArray("only once");
+    QTest::newRow("caps alone") << QStringList{"--caps", "audio/x-raw", "a"}
+                                << QByteArray("--pipe");
+    QTest::newRow("no caps") << QStringList{"--caps", "a b(", "--pipe", "p"}
+                             << QByteArray("x-unaligned-raw");
+    QTest::newRow("empty pipe") << QStringList{"--pipe", ""} << QByteArray("--pipe");
+    QTest::newRow("empty file") << QStringList{"--data", ""} << QByteArray("--data");
+    QTest::newRow("check of data")
+        << QStringList{"--check", "--data", "a"} << QByteArray("no items");
     QTest::newRow("two tasks") << QStringList{"--check", "--list-devices"} << QByteArray("exclude");
     QTest::newRow("folder in a file") << QStringList{"--fake", "--graphs", "one.wav/pictures", "a"}
                                       << QByteArray("another folder");
@@ -526,8 +544,9 @@ void TestKovaPlay::helpNamesEveryOption()
     Program program({"--help"});
     QCOMPARE(program.finish(), 0);
     QVERIFY(program.out.startsWith("Usage: kova-play [options] ITEM"));
-    for (const char* option : {"--device", "--token", "--loop", "--at-once", "--verbose",
-                               "--graphs", "--list-devices", "--check", "--fake", "--version"}) {
+    for (const char* option :
+         {"--device", "--token", "--loop", "--at-once", "--verbose", "--graphs", "--list-devices",
+          "--check", "--fake", "--version", "--data", "--pipe", "--caps"}) {
         QVERIFY2(program.out.contains(option), option);
     }
     QCOMPARE(program.err, QByteArray());
@@ -819,6 +838,99 @@ void TestKovaPlay::fakeItemsStopAtOnce()
 }
 
 // ---- On a terminal -----------------------------------------------------------------------------
+
+void TestKovaPlay::fileAndStandardInputPlayFromMemory()
+{
+    const VirtualCard card("card");
+    Program program({"-d", card.device(), "--data", two, "-"});
+    program.setStandardInputFile(one);
+    QCOMPARE(program.finish(), 0);
+    QCOMPARE(program.out, QByteArray("ended -\nended two.wav\n"));
+    QCOMPARE(program.err, QByteArray());
+    const QByteArray heard = card.samples();
+    const int second = heard.indexOf(samplesOfTwo);
+    QVERIFY(heard.startsWith(samplesOfOne));
+    QVERIFY(second >= samplesOfOne.size());
+}
+
+void TestKovaPlay::standardInputThatIsEmptyFails()
+{
+    Program program({"-d", "null", "-"});
+    QCOMPARE(program.finish(), 1);
+    QCOMPARE(program.out, QByteArray("error -: Stream contains no data.\n"));
+}
+
+void TestKovaPlay::pipePlaysWhatAWriterWrites()
+{
+    const VirtualCard card("card");
+    const QString fifo = TestProcess::path("stream.fifo");
+    Program program({"-d", card.device(), "--pipe", fifo});
+    program.begin();
+    QVERIFY(waitFor([&] { return program.err.contains("waiting for a writer"); }));
+    PipeWriter writer(fifo, media::readFile(one));
+    QCOMPARE(program.finish(), 0);
+    QVERIFY(writer.waitForFinished());
+    QCOMPARE(program.out, QByteArray("ended stream.fifo\n"));
+    QVERIFY(card.samples().startsWith(samplesOfOne));
+    QVERIFY(QFile::exists(fifo));
+}
+
+void TestKovaPlay::pipeOfRawSamplesPlaysWithCaps()
+{
+    const VirtualCard card("card");
+    const QString fifo = TestProcess::path("raw.fifo");
+    Program program(
+        {"-d", card.device(), "--pipe", fifo, "--caps",
+         "audio/x-unaligned-raw,format=S16LE,rate=48000,channels=2,layout=interleaved"});
+    program.begin();
+    QVERIFY(waitFor([&] { return program.err.contains("waiting for a writer"); }));
+    // Enough silence behind the sound: raw samples may lose their tail.
+    PipeWriter writer(fifo, samplesOfOne + QByteArray(4 * 48000 * 4, '\0'));
+    QCOMPARE(program.finish(), 0);
+    QCOMPARE(program.out, QByteArray("ended raw.fifo\n"));
+    QVERIFY(card.samples().startsWith(samplesOfOne));
+}
+
+void TestKovaPlay::sourceThatCannotBeReadFails_data()
+{
+    QTest::addColumn<QStringList>("arguments");
+    QTest::addColumn<QByteArray>("outcome");
+    QTest::addColumn<QByteArray>("hint");
+    QTest::newRow("missing file") << QStringList{"--data", "missing.wav"}
+                                  << QByteArray("error missing.wav: No such file or directory\n")
+                                  << QByteArray("could not be read into memory");
+    QTest::newRow("folder") << QStringList{"--data", "."}
+                            << QByteArray("error .: file to open is a directory\n")
+                            << QByteArray("could not be read into memory");
+    QTest::newRow("pipe is a file")
+        << QStringList{"--pipe", "one.wav"} << QByteArray("error one.wav: it is not a named pipe\n")
+        << QByteArray("name another path");
+    QTest::newRow("pipe nowhere") << QStringList{"--pipe", "no/pipe"}
+                                  << QByteArray("error pipe: the pipe could not be made\n")
+                                  << QByteArray("may files be made");
+}
+
+void TestKovaPlay::sourceThatCannotBeReadFails()
+{
+    QFETCH(QStringList, arguments);
+    QFETCH(QByteArray, outcome);
+    QFETCH(QByteArray, hint);
+    Program program(QStringList{"-d", "null"} + arguments);
+    QCOMPARE(program.finish(), 1);
+    QCOMPARE(program.out, outcome);
+    QVERIFY2(program.err.contains(hint), program.err);
+}
+
+void TestKovaPlay::itemsPlayBeforeDataBeforePipes()
+{
+    Program program({"--fake", "--pipe", "p", "--data", "d", "-t", "x", "a"});
+    QCOMPARE(program.finish(), 0);
+    QCOMPARE(program.out, QByteArray("stopped x-1\nstopped x-2\nstopped x-3\n"));
+    Program named({"--fake", "--pipe", "p", "--data", "d", "a"});
+    QCOMPARE(named.finish(), 0);
+    QCOMPARE(named.out, QByteArray("stopped a\nstopped d\nstopped p\n"));
+    QVERIFY(!QFile::exists(TestProcess::path("p")));
+}
 
 void TestKovaPlay::keysPauseResumeStopAndQuit()
 {

@@ -8,6 +8,12 @@ CommandLine::CommandLine()
                   "Call the item TOKEN in the output; of several items TOKEN-1, TOKEN-2 and so on. "
                   "Otherwise each has the last part of its name.",
                   "TOKEN"),
+      dataOption("data", "Read FILE into memory and play it from there, after the items.", "FILE"),
+      pipeOption("pipe",
+                 "Play what another program writes into the named pipe PATH, which is made if it "
+                 "is not there, after all else.",
+                 "PATH"),
+      capsOption("caps", "What is written into the pipes, as GStreamer describes it.", "CAPS"),
       loopOption({"l", "loop"}, "Begin each item again at its end, until it is stopped."),
       atOnceOption("at-once", "Play all items at the same time. The device must be able to mix."),
       verboseOption({"v", "verbose"},
@@ -24,11 +30,11 @@ CommandLine::CommandLine()
     parser.setApplicationDescription("Plays files and web addresses one after the other.\n\n"
                                      "On a terminal, space pauses and resumes, s stops the item "
                                      "and q quits.");
-    parser.addPositionalArgument("ITEM", "Path, file://PATH, http://… or https://… to play.",
-                                 "ITEM…");
-    parser.addOptions({deviceOption, tokenOption, loopOption, atOnceOption, verboseOption,
-                       graphsOption, listDevicesOption, checkOption, fakeOption, helpOption,
-                       versionOption});
+    parser.addPositionalArgument(
+        "ITEM", "Path, file://PATH, http://… or https://… to play; - for standard input.", "ITEM…");
+    parser.addOptions({deviceOption, tokenOption, dataOption, pipeOption, capsOption, loopOption,
+                       atOnceOption, verboseOption, graphsOption, listDevicesOption, checkOption,
+                       fakeOption, helpOption, versionOption});
 }
 
 QString CommandLine::help() const
@@ -53,6 +59,9 @@ bool CommandLine::parse(const QStringList& arguments)
 void CommandLine::readOptions()
 {
     parsed.items = parser.positionalArguments();
+    parsed.data = parser.values(dataOption);
+    parsed.pipes = parser.values(pipeOption);
+    parsed.caps = parser.value(capsOption);
     parsed.device = parser.value(deviceOption);
     parsed.token = parser.value(tokenOption);
     parsed.loop = parser.isSet(loopOption);
@@ -85,14 +94,21 @@ QString CommandLine::findProblem() const
     if (parser.isSet(checkOption) && parser.isSet(listDevicesOption)) {
         return "--check and --list-devices exclude each other.";
     }
-    if (parsed.task != Task::Play && !parsed.items.isEmpty()) {
+    if (parsed.task != Task::Play && parsed.itemCount() > 0) {
         return "--check and --list-devices take no items.";
     }
-    if (parsed.task == Task::Play && parsed.items.isEmpty()) {
+    if (parsed.task == Task::Play && parsed.itemCount() == 0) {
         return "No item to play was named.";
     }
-    for (const QCommandLineOption* option : {&deviceOption, &tokenOption, &graphsOption}) {
-        if (parser.isSet(*option) && parser.value(*option).isEmpty()) {
+    if (parsed.items.count("-") > 1) {
+        return "Standard input can be played only once.";
+    }
+    if (parser.isSet(capsOption) && parsed.pipes.isEmpty()) {
+        return "--caps says what is written into a pipe: it needs --pipe.";
+    }
+    for (const QCommandLineOption* option :
+         {&deviceOption, &tokenOption, &graphsOption, &dataOption, &pipeOption, &capsOption}) {
+        if (parser.isSet(*option) && parser.values(*option).contains(QString())) {
             return QString("--%1 needs a value that is not empty.").arg(option->names().last());
         }
     }

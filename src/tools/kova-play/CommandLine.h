@@ -19,7 +19,10 @@ struct Options
     };
 
     Task task = Task::Play;
-    QStringList items;    ///< paths and URIs as the user wrote them
+    QStringList items;    ///< paths and URIs as the user wrote them; "-" is standard input
+    QStringList data;     ///< files to play from memory
+    QStringList pipes;    ///< named pipes to play from
+    QString caps;         ///< what is written into the pipes; empty: it is found out
     QString device;       ///< ALSA name
     QString token;        ///< empty: each item's token comes from its name
     bool loop = false;    ///< begin each item again at its end
@@ -27,6 +30,9 @@ struct Options
     bool fake = false;    ///< play nothing
     int verbosity = 0;    ///< how often --verbose was given
     QString graphsFolder; ///< where pictures of pipelines go; empty: none are made
+
+    /// How many items there are of all kinds.
+    int itemCount() const { return items.size() + data.size() + pipes.size(); }
 };
 
 /// The options that the program knows and the texts about them.
@@ -54,6 +60,9 @@ private:
     QCommandLineParser parser;
     QCommandLineOption deviceOption;
     QCommandLineOption tokenOption;
+    QCommandLineOption dataOption;
+    QCommandLineOption pipeOption;
+    QCommandLineOption capsOption;
     QCommandLineOption loopOption;
     QCommandLineOption atOnceOption;
     QCommandLineOption verboseOption;

@@ -28,6 +28,14 @@ QString elements::initialise()
     return reason;
 }
 
+bool elements::isCapsDescription(const QString& text)
+{
+    GstCaps* caps = gst_caps_from_string(text.toLocal8Bit().constData());
+    const bool isDescription = caps != nullptr;
+    gst_clear_caps(&caps);
+    return isDescription;
+}
+
 bool elements::isInstalled(const Element& element)
 {
     GstElementFactory* factory = gst_element_factory_find(element.name);

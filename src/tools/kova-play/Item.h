@@ -3,6 +3,7 @@
 
 #include <simplePlayer/SimplePlayerInterface.h>
 
+#include <QtCore/QByteArray>
 #include <QtCore/QString>
 
 #include <memory>
@@ -25,6 +26,13 @@ public:
     /// @param device  the ALSA device to play on
     virtual std::unique_ptr<SimplePlayer> makePlayer(const QString& token,
                                                      const QString& device) const = 0;
+
+    /// Why the player that was just made cannot play the item, so that it is not worth a start.
+    /// @return an empty reason when nothing is known against it
+    virtual Advice obstacle() const { return {}; }
+
+    /// What the user must know once the item was started; empty when there is nothing to say.
+    virtual QString notice() const { return QString(); }
 
     /// A short name to show.
     virtual QString name() const = 0;
@@ -50,6 +58,45 @@ public:
 
 private:
     QString uri;
+};
+
+/// A file that is read into memory whole and played from there.
+class DataItem : public Item
+{
+public:
+    /// @param file  path of the file
+    explicit DataItem(const QString& file);
+    /// @param bytes  what was read from standard input
+    explicit DataItem(const QByteArray& bytes);
+
+    std::unique_ptr<SimplePlayer> makePlayer(const QString& token,
+                                             const QString& device) const override;
+    Advice obstacle() const override;
+    QString name() const override;
+
+private:
+    QString path;                ///< empty for standard input
+    QByteArray standardInput;    ///< what was read from it
+    mutable QString readProblem; ///< why the file could not be read, known when a player was made
+};
+
+/// What another process writes into a named pipe.
+class PipeItem : public Item
+{
+public:
+    /// @param fifo        path of the pipe, which is made if it is not there
+    /// @param streamCaps  what is written, as GStreamer describes it, or empty
+    PipeItem(const QString& fifo, const QString& streamCaps);
+
+    std::unique_ptr<SimplePlayer> makePlayer(const QString& token,
+                                             const QString& device) const override;
+    Advice obstacle() const override;
+    QString notice() const override;
+    QString name() const override;
+
+private:
+    QString path;
+    QString caps;
 };
 
 /// An item whose player plays nothing.

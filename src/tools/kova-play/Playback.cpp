@@ -43,7 +43,15 @@ Playback::~Playback() = default;
 void Playback::start(const QString& device, bool endlessly)
 {
     makePlayer(device, endlessly);
+    const Advice obstacle = item->obstacle();
+    if (!obstacle.reason.isEmpty()) {
+        refuse(obstacle.reason, obstacle.hint);
+        return;
+    }
     requestPlaying();
+    if (currentState == State::Playing && !item->notice().isEmpty()) {
+        Q_EMIT noticed(item->notice());
+    }
     if (item->neverEnds() && !endlessly) {
         QMetaObject::invokeMethod(this, "stop", Qt::QueuedConnection);
     }

@@ -80,6 +80,8 @@ public:
     qint64 elapsed() const { return watch.milliseconds(); }
 
 Q_SIGNALS:
+    /// The item was started, and the user should know this. Emitted at most once.
+    void noticed(const QString& notice);
     /// The outcome is known. Emitted once; the device may still be in use.
     void outcomeKnown(const Outcome& outcome);
     /// The player is gone, and the device is free. Emitted once, from the event loop.

@@ -12,6 +12,7 @@ void Playlist::add(std::unique_ptr<Item> item, const QString& token)
     const Playback* playback = playbacks.back().get();
     connect(playback, &Playback::outcomeKnown, this,
             [this, token](const Outcome& outcome) { Q_EMIT outcomeKnown(token, outcome); });
+    connect(playback, &Playback::noticed, this, &Playlist::noticed);
     connect(playback, &Playback::finished, this, &Playlist::countFinished);
 }
 

@@ -53,6 +53,8 @@ public:
     std::vector<const Playback*> current() const;
 
 Q_SIGNALS:
+    /// An item was started that the user should know something about.
+    void noticed(const QString& notice);
     /// An item has its outcome. Emitted once for each.
     void outcomeKnown(const QString& token, const Outcome& outcome);
     /// All items have their outcomes, and the device is free.

@@ -7,12 +7,30 @@
 
 namespace {
 
-std::unique_ptr<Item> makeItem(const QString& name, const Options& options)
+/// All items in the order in which they are played.
+std::vector<std::unique_ptr<Item>> makeItems(const Options& options,
+                                             const QByteArray& standardInput)
 {
-    if (options.fake) {
-        return std::make_unique<FakeItem>(UriItem(name).name());
+    std::vector<std::unique_ptr<Item>> items;
+    for (const QString& name : options.items) {
+        if (name == "-") {
+            items.push_back(std::make_unique<DataItem>(standardInput));
+        } else {
+            items.push_back(std::make_unique<UriItem>(name));
+        }
     }
-    return std::make_unique<UriItem>(name);
+    for (const QString& file : options.data) {
+        items.push_back(std::make_unique<DataItem>(file));
+    }
+    for (const QString& path : options.pipes) {
+        items.push_back(std::make_unique<PipeItem>(path, options.caps));
+    }
+    if (options.fake) {
+        for (std::unique_ptr<Item>& item : items) {
+            item = std::make_unique<FakeItem>(item->name());
+        }
+    }
+    return items;
 }
 
 QString makeToken(int index, const Item& item, const Options& options)
@@ -20,7 +38,7 @@ QString makeToken(int index, const Item& item, const Options& options)
     if (options.token.isEmpty()) {
         return item.name();
     }
-    if (options.items.size() == 1) {
+    if (options.itemCount() == 1) {
         return options.token;
     }
     return options.token + '-' + QString::number(index + 1);
@@ -41,26 +59,29 @@ QString outcomeLine(const QString& token, const Outcome& outcome)
 
 } // namespace
 
-Session::Session(const Options& options, Console& output)
+Session::Session(const Options& options, const QByteArray& standardInput, Console& output)
     : console(output), playlist({options.device, options.loop, options.atOnce}),
       liveLine(playlist, terminal, output)
 {
-    addItems(options);
+    addItems(options, standardInput);
     connectPlaylist();
     connectUser();
 }
 
-void Session::addItems(const Options& options)
+void Session::addItems(const Options& options, const QByteArray& standardInput)
 {
-    for (int i = 0; i < options.items.size(); ++i) {
-        std::unique_ptr<Item> item = makeItem(options.items.at(i), options);
-        const QString token = makeToken(i, *item, options);
+    int index = 0;
+    for (std::unique_ptr<Item>& item : makeItems(options, standardInput)) {
+        const QString token = makeToken(index, *item, options);
         playlist.add(std::move(item), token);
+        ++index;
     }
 }
 
 void Session::connectPlaylist()
 {
+    connect(&playlist, &Playlist::noticed, this,
+            [this](const QString& notice) { console.printMessage(notice); });
     connect(&playlist, &Playlist::outcomeKnown, this, &Session::reportOutcome);
     connect(&playlist, &Playlist::allFinished, this, [] { QCoreApplication::exit(); });
 }

@@ -18,16 +18,17 @@ class Session : public QObject
     Q_OBJECT
 
 public:
-    /// @param options  what to play, and how
-    /// @param output   must outlive this object
-    Session(const Options& options, Console& output);
+    /// @param options        what to play, and how
+    /// @param standardInput  what was read from it, if the item "-" is among them
+    /// @param output         must outlive this object
+    Session(const Options& options, const QByteArray& standardInput, Console& output);
 
     /// Plays everything in the application's event loop.
     /// @return the exit status: 0 when every item ended or was stopped, 1 when one failed
     int run();
 
 private:
-    void addItems(const Options& options);
+    void addItems(const Options& options, const QByteArray& standardInput);
     void connectPlaylist();
     void connectUser();
     Q_INVOKABLE void begin();

@@ -2,11 +2,13 @@
 #include "CommandLine.h"
 #include "Console.h"
 #include "Devices.h"
+#include "Elements.h"
 #include "Graphs.h"
 #include "LogOutput.h"
 #include "Session.h"
 
 #include <QtCore/QCoreApplication>
+#include <QtCore/QFile>
 
 namespace {
 
@@ -35,19 +37,42 @@ int listDevices(Console& console)
     return Success;
 }
 
+/// All of standard input. Read before the session catches signals, so that ^C ends a program that
+/// still waits for its input.
+QByteArray readStandardInput()
+{
+    QFile input;
+    return input.open(stdin, QIODevice::ReadOnly) ? input.readAll() : QByteArray();
+}
+
+/// What is wrong with the caps, in one line; empty when they are as they should be.
+QString findProblemOfCaps(const QString& caps)
+{
+    if (caps.isEmpty() || !elements::initialise().isEmpty() || elements::isCapsDescription(caps)) {
+        return QString();
+    }
+    return QString("'%1' does not describe caps. Raw samples are described like this: "
+                   "audio/x-unaligned-raw,format=S16LE,rate=16000,channels=1,layout=interleaved")
+        .arg(caps);
+}
+
 int play(const Options& options, Console& console)
 {
     const LogOutput log(options.verbosity, console);
-    if (options.graphsFolder.isEmpty()) {
-        return Session(options, console).run();
-    }
     Graphs graphs(options.graphsFolder);
-    const QString problem = graphs.prepare();
+    QString problem = options.graphsFolder.isEmpty() ? QString() : graphs.prepare();
+    if (problem.isEmpty()) {
+        problem = findProblemOfCaps(options.caps);
+    }
     if (!problem.isEmpty()) {
         return complain(problem, console);
     }
-    const int status = Session(options, console).run();
-    graphs.finish(console);
+    const QByteArray standardInput =
+        options.items.contains("-") ? readStandardInput() : QByteArray();
+    const int status = Session(options, standardInput, console).run();
+    if (!options.graphsFolder.isEmpty()) {
+        graphs.finish(console);
+    }
     return status;
 }
 
