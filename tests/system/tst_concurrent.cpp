@@ -116,7 +116,7 @@ void TestConcurrent::oneStoppedPlayerLeavesTheOthersAlone()
     }
     QVERIFY((*desks[1]->probe)->stopPlayback());
     QCOMPARE(desks[1]->probe->finish(), desks[1]->stopped());
-    for (int i : {0, 2}) {
+    for (const std::size_t i : {0U, 2U}) {
         QCOMPARE(desks[i]->probe->finish(), desks[i]->ended());
         QVERIFY(desks[i]->playedWhole());
     }
