@@ -8,9 +8,15 @@
 
 #include <QtCore/QDeadlineTimer>
 #include <QtCore/QFile>
+#include <QtCore/QProcess>
 #include <QtTest/QtTest>
 
+#include <fcntl.h>
+#include <unistd.h>
+
 using media::SampleFormat;
+
+Q_DECLARE_METATYPE(media::SampleFormat)
 
 /// What arrives at the sound card from other processes that write into a named pipe.
 class TestStream : public QObject
@@ -27,6 +33,13 @@ private Q_SLOTS:
     void lossyFormatArrivesWhole();
     void mannerOfWritingDoesNotMatter_data();
     void mannerOfWritingDoesNotMatter();
+    void livePrograms_data();
+    void livePrograms();
+    void rawSamplesWithSilenceBehindArriveWhole_data();
+    void rawSamplesWithSilenceBehindArriveWhole();
+    void rawSamplesLoseNoMoreThanTheirTail();
+    void writersThatOverlapAreOneStream();
+    void writerAfterTheEndFindsNoReader();
     void killedWriterEndsTheStream();
     void writerBeforeTheStartIsNeverHeard();
     void writerThatNeverComesCanBeStopped();
@@ -46,6 +59,14 @@ static QStringList ended()
 static StreamSimplePlayer* newPlayer(const QString& fifo, const VirtualCard& card)
 {
     return new StreamSimplePlayer(fifo, QString(), QStringLiteral("token"), card.device());
+}
+
+/// A card that plays as fast as hardware does.
+static VirtualCard::Settings realTime()
+{
+    VirtualCard::Settings settings;
+    settings.speed = 1.0;
+    return settings;
 }
 
 static QStringList play(const QString& fifo, const QByteArray& bytes, const VirtualCard& card,
@@ -147,6 +168,154 @@ void TestStream::mannerOfWritingDoesNotMatter()
     VirtualCard card("card");
     QCOMPARE(play(fifo, media::wavBytes(sound), card, manner), ended());
     QVERIFY(media::withoutTrailingSilence(card.samples(), sound.frameSize()) == sound.samples);
+}
+
+void TestStream::livePrograms_data()
+{
+    QTest::addColumn<QString>("program");
+    QTest::addColumn<int>("frames");
+    QTest::newRow("speech") << "espeak-ng --stdout 'One two three'" << 0;
+    QTest::newRow("oggenc") << "oggenc -Q -o - - <\"$1\"" << 48000;
+    QTest::newRow("ffmpeg") << "ffmpeg -v error -i - -f ogg -c:a libopus - <\"$1\"" << 48000;
+}
+
+/// The output of a shell command whose first argument is `input`.
+static QByteArray outputOf(const QString& command, const QString& input)
+{
+    const QString path = TestProcess::path("output");
+    media::run("sh", {"-c", "exec >\"$2\"; " + command, "sh", input, path});
+    return media::readFile(path);
+}
+
+/// What remains when the first 44 bytes, the header of a WAV file, are taken away.
+static QByteArray wavSamples(const QByteArray& wav)
+{
+    const QByteArray samples = wav.mid(44);
+    return media::withoutTrailingSilence(samples, 2);
+}
+
+void TestStream::livePrograms()
+{
+    QFETCH(QString, program);
+    QFETCH(int, frames);
+    const QString tone = media::writeWav("tone.wav", media::tone(48000, 2, 48000));
+    VirtualCard card("card");
+    PlayerProbe probe(newPlayer(fifo, card));
+    QVERIFY(probe->startPlayback());
+    QProcess encoder;
+    encoder.start("sh", {"-c", "exec >\"$2\"; " + program, "sh", tone, fifo});
+    QCOMPARE(probe.finish(), ended());
+    QVERIFY(encoder.state() == QProcess::NotRunning || encoder.waitForFinished());
+    QCOMPARE(encoder.exitCode(), 0);
+    media::Pcm heard{card.format() == "F32" ? SampleFormat::F32 : SampleFormat::S16,
+                     card.rate(),
+                     card.channels(),
+                     {}};
+    heard.samples = media::withoutTrailingSilence(card.samples(), heard.frameSize());
+    if (frames == 0) {
+        const QByteArray spoken = wavSamples(outputOf(program, tone));
+        const qint64 missing = spoken.size() - heard.samples.size();
+        QVERIFY2(qAbs(missing) < 400 && !heard.samples.isEmpty(),
+                 qPrintable(QString::number(missing)));
+    } else {
+        // An encoder may add or take the length of a block at either end.
+        QVERIFY2(qAbs(heard.frames() - frames) < 2400, qPrintable(QString::number(heard.frames())));
+    }
+}
+
+static QString rawCaps(const char* format, const char* shape)
+{
+    return QStringLiteral("audio/x-unaligned-raw,format=%1,rate=48000,layout=interleaved,%2")
+        .arg(format, shape);
+}
+
+static QStringList playRaw(const QString& fifo, const QByteArray& bytes, const QString& caps,
+                           const VirtualCard& card, int chunk)
+{
+    PlayerProbe probe(new StreamSimplePlayer(fifo, caps, QStringLiteral("token"), card.device()));
+    probe->startPlayback();
+    PipeWriter::Manner manner;
+    manner.chunk = chunk;
+    PipeWriter writer(fifo, bytes, manner);
+    return probe.finish();
+}
+
+void TestStream::rawSamplesWithSilenceBehindArriveWhole_data()
+{
+    QTest::addColumn<QString>("caps");
+    QTest::addColumn<SampleFormat>("format");
+    QTest::addColumn<int>("channels");
+    QTest::addColumn<int>("chunk");
+    QTest::newRow("S16LE mono") << rawCaps("S16LE", "channels=1") << SampleFormat::S16 << 1 << 4097;
+    QTest::newRow("S24LE, 6 channels") << rawCaps("S24LE", "channels=6,channel-mask=(bitmask)0x3f")
+                                       << SampleFormat::S24 << 6 << 1237;
+}
+
+void TestStream::rawSamplesWithSilenceBehindArriveWhole()
+{
+    QFETCH(QString, caps);
+    QFETCH(SampleFormat, format);
+    QFETCH(int, channels);
+    QFETCH(int, chunk);
+    const media::Pcm sound = media::noise(format, 48000, channels, 48000);
+    const QByteArray silence(48000 * sound.frameSize(), '\0');
+    VirtualCard card("card", realTime());
+    QCOMPARE(playRaw(fifo, sound.samples + silence, caps, card, chunk), ended());
+    QVERIFY(media::withoutTrailingSilence(card.samples(), sound.frameSize()) == sound.samples);
+}
+
+void TestStream::rawSamplesLoseNoMoreThanTheirTail()
+{
+    const media::Pcm sound = media::noise(SampleFormat::S16, 48000, 1, 48000);
+    VirtualCard card("card", realTime());
+    const QString caps = rawCaps("S16LE", "channels=1");
+    QCOMPARE(playRaw(fifo, sound.samples, caps, card, 4096), ended());
+    const QByteArray heard = media::withoutTrailingSilence(card.samples(), sound.frameSize());
+    QVERIFY(!heard.isEmpty());
+    QVERIFY(sound.samples.startsWith(heard));
+}
+
+void TestStream::writersThatOverlapAreOneStream()
+{
+    const media::Pcm sound = media::noise(SampleFormat::S16, 48000, 2, 24000);
+    const QByteArray bytes = media::wavBytes(sound);
+    PipeWriter::Manner manner;
+    manner.keepOpen = true;
+    VirtualCard card("card");
+    PlayerProbe probe(newPlayer(fifo, card));
+    QVERIFY(probe->startPlayback());
+    // Less than a pipe holds: the writers need no event loop of ours.
+    PipeWriter first(fifo, bytes.left(50000), manner);
+    QVERIFY(first.waitForWritten());
+    PipeWriter second(fifo, bytes.mid(50000));
+    QVERIFY(second.waitForOpened());
+    QVERIFY(first.close());
+    QCOMPARE(probe.finish(), ended());
+    QVERIFY(media::withoutTrailingSilence(card.samples(), sound.frameSize()) == sound.samples);
+}
+
+void TestStream::writerAfterTheEndFindsNoReader()
+{
+    VirtualCard card("card");
+    PlayerProbe probe(newPlayer(fifo, card));
+    QVERIFY(probe->startPlayback());
+    PipeWriter first(fifo, media::wavBytes(media::noise(SampleFormat::S16, 48000, 2, 4800)));
+    QVERIFY(probe.waitForOutcome());
+    QVERIFY(first.waitForFinished());
+    const auto findsReader = [this] {
+        const int fd =
+            ::open(QFile::encodeName(fifo).constData(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+        if (fd >= 0) {
+            ::close(fd);
+        }
+        return fd >= 0;
+    };
+    QVERIFY(!findsReader());
+    // A further start of the same player does not open the pipe again.
+    QVERIFY(probe->stopPlayback());
+    QVERIFY(probe->startPlayback());
+    QVERIFY(!findsReader());
+    QCOMPARE(probe.finish(), ended());
 }
 
 void TestStream::killedWriterEndsTheStream()
