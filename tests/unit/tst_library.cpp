@@ -66,7 +66,7 @@ void TestLibrary::onlyPublicClassesAreExported()
     const QRegularExpression publicSymbol(
         QStringLiteral("^((vtable|typeinfo|typeinfo name) for "
                        ")?(SimplePlayer|FakePlayer|UriSimplePlayer|"
-        "DataSimplePlayer|StreamSimplePlayer)(::.*)?$"));
+                       "DataSimplePlayer|StreamSimplePlayer)(::.*)?$"));
     const QString symbols =
         output(QStringLiteral("nm"), {"-DC", "--defined-only", KOVA_SIMPLEPLAYER_FILE});
     int exported = 0;
