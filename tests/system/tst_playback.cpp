@@ -46,6 +46,8 @@ private Q_SLOTS:
     void deviceThatRefusesIsReported();
     void deviceThatVanishesIsReported();
 
+    void errorGivesTheDeviceBack();
+
     void destroyedDuringPlaybackIsSilent_data();
     void destroyedDuringPlaybackIsSilent();
     void deletedLaterInItsOwnSlot_data();
@@ -449,6 +451,22 @@ void TestPlayback::deviceThatVanishesIsReported()
     QVERIFY(next->startPlayback());
     QCOMPARE(next.finish(), ended());
     QVERIFY(heard(card) == sound.samples);
+}
+
+void TestPlayback::errorGivesTheDeviceBack()
+{
+    LogCapture log;
+    VirtualCard::Settings settings;
+    settings.vanishAfter = 9600;
+    VirtualCard card("card", settings);
+    PlayerProbe probe(makePlayer(item, card.device()));
+    QVERIFY(probe->startPlayback());
+    QVERIFY(probe.waitForOutcome());
+    QVERIFY(card.has("close"));
+    QVERIFY(!probe->pausePlayback());
+    QVERIFY(!probe->stopPlayback());
+    QVERIFY(log.texts("ERROR").contains("Pipeline not initialized - not stopping"));
+    QCOMPARE(probe.finish().size(), 1);
 }
 
 // ---- Destruction -------------------------------------------------------------------------------
