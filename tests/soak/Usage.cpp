@@ -1,0 +1,68 @@
+#include "Usage.h"
+
+#include "support/GstLeaks.h"
+#include "support/PlayerProbe.h"
+
+#include <QtCore/QDir>
+#include <QtCore/QFile>
+
+#include <algorithm>
+#include <malloc.h>
+#include <unistd.h>
+
+const std::array<Quantity, 4> judgedQuantities = {{
+    {"descriptors", &Usage::descriptors, 0, 0},
+    {"threads", &Usage::threads, 0, 2}, // GLib keeps idle threads of its pools for a while
+    {"objects", &Usage::objects, 0, 0},
+    {"heap", &Usage::heap, 400, 32768},
+}};
+
+static qint64 entriesOf(const char* folder)
+{
+    return QDir(QString::fromLatin1(folder))
+        .entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot)
+        .size();
+}
+
+static qint64 residentBytes()
+{
+    QFile file(QStringLiteral("/proc/self/statm"));
+    file.open(QIODevice::ReadOnly);
+    return file.readAll().split(' ').value(1).toLongLong() * sysconf(_SC_PAGESIZE);
+}
+
+Usage measureUsage(qint64 plays)
+{
+    deliverQueuedEvents();
+    const QString left = leakedByPlayers(); // waits for the threads of dead pipelines
+    if (!left.isEmpty()) {
+        qWarning("left behind: %s", qPrintable(left));
+    }
+    Usage usage;
+    usage.plays = plays;
+    usage.descriptors = entriesOf("/proc/self/fd");
+    usage.threads = entriesOf("/proc/self/task");
+    usage.objects = liveGstObjects().size();
+    malloc_trim(0);
+    usage.heap = static_cast<qint64>(mallinfo2().uordblks);
+    usage.resident = residentBytes();
+    return usage;
+}
+
+static qint64 medianOf(const std::vector<Usage>& run, std::size_t begin, std::size_t end,
+                       const Quantity& quantity)
+{
+    std::vector<qint64> values;
+    for (std::size_t i = begin; i < end; ++i) {
+        values.push_back(run[i].*quantity.value);
+    }
+    std::sort(values.begin(), values.end());
+    return values[values.size() / 2];
+}
+
+qint64 growth(const std::vector<Usage>& run, const Quantity& quantity)
+{
+    const std::size_t quarter = run.size() / 4;
+    return medianOf(run, 3 * quarter, run.size(), quantity) -
+           medianOf(run, quarter, 2 * quarter, quantity);
+}
