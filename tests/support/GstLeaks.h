@@ -15,7 +15,8 @@ void trackGstObjects();
 QStringList liveGstObjects();
 
 /// Waits until no object is alive beyond those in `expected`: GStreamer's threads drop their last
-/// references a moment after a pipeline is gone. Returns what was still alive in excess at the end.
+/// references a moment after a pipeline is gone. Returns what was still alive in excess at the end;
+/// the calls that follow overlook it, so that each leak fails the one test that caused it.
 QStringList leakedGstObjects(const QStringList& expected = QStringList());
 
 /// Frees the elements that were made but that nobody ever took over, as a failed build leaves them.

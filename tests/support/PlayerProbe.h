@@ -2,6 +2,7 @@
 #define TEST_SUPPORT_PLAYER_PROBE_H
 
 #include "support/Outcomes.h"
+#include "support/Waiting.h"
 
 #include <functional>
 #include <memory>
@@ -51,8 +52,5 @@ QString leakedByPlayers();
 
 /// Has leakedByPlayers() overlook one object, which GStreamer itself does not always free.
 void overlookLeakedObject(const QString& type);
-
-/// How long tests wait for what must happen, in milliseconds: long enough for the slowest checker.
-constexpr int patience = 120000;
 
 #endif

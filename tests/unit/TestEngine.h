@@ -2,6 +2,7 @@
 #define UNIT_TEST_ENGINE_H
 
 #include "support/GstFaults.h"
+#include "support/Waiting.h"
 
 #include <simplePlayer/SimplePlayerInterface_p.h>
 
@@ -89,7 +90,7 @@ public:
 inline GstState settledState(GstElement* pipeline)
 {
     GstState state = GST_STATE_VOID_PENDING;
-    gst_element_get_state(pipeline, &state, nullptr, 20 * GST_SECOND);
+    gst_element_get_state(pipeline, &state, nullptr, patience * GST_MSECOND);
     return state;
 }
 

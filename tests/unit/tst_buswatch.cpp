@@ -156,7 +156,7 @@ void TestBusWatch::errorWithMessagesQueuedBehindItReportsOnce()
     gst_bus_post(bus, errorMessage(pipeline(), "second"));
     gst_bus_post(bus, gst_message_new_eos(pipeline()));
     gst_bus_post(bus, gst_message_new_custom(GST_MESSAGE_APPLICATION, pipeline(), nullptr));
-    QTRY_COMPARE(outcomes->all, QStringList{"error T: first"});
+    QTRY_COMPARE_WITH_TIMEOUT(outcomes->all, QStringList{"error T: first"}, patience);
     QVERIFY(!gst_bus_have_pending(bus));
     gst_object_unref(bus);
     QCOMPARE(log->texts("ERROR"), QStringList{"GStreamer error received: first token: T"});
@@ -294,7 +294,8 @@ void TestBusWatch::realStartLogsThreeStateChanges()
 {
     TestPlayer real(QStringLiteral("R"));
     real.startPlayback();
-    QTRY_VERIFY(log->texts("TRACE").filter("GStreamer state change:").size() >= 3);
+    QTRY_VERIFY_WITH_TIMEOUT(log->texts("TRACE").filter("GStreamer state change:").size() >= 3,
+                             patience);
     const QString name = QString::fromUtf8(GST_OBJECT_NAME(real.engine->pipeline));
     const QString start = QStringLiteral("GStreamer state change:   src: %1 old: ").arg(name);
     QCOMPARE(log->texts("TRACE").filter("GStreamer state change:"),
@@ -339,7 +340,7 @@ void TestBusWatch::watchAlwaysStaysInstalled()
     player->engine->restart = [] { return true; };
     for (int turn = 1; turn <= 3; ++turn) {
         gst_bus_post(bus, gst_message_new_eos(nullptr));
-        QTRY_COMPARE(player->engine->restarts, turn);
+        QTRY_COMPARE_WITH_TIMEOUT(player->engine->restarts, turn, patience);
     }
     gst_object_unref(bus);
 }
@@ -386,11 +387,11 @@ void TestBusWatch::clientMayEndThePlaybackInsideEverySlot()
                                          : gst_message_new_eos(nullptr));
     gst_bus_post(bus, gst_message_new_eos(nullptr)); // waits behind the first
     gst_object_unref(bus);
-    QTRY_COMPARE(outcomes->all.size(), 1);
+    QTRY_COMPARE_WITH_TIMEOUT(outcomes->all.size(), 1, patience);
     QCoreApplication::processEvents();
     QCOMPARE(outcomes->all.size(), 1);
     if (reaction.startsWith("delete")) {
-        QTRY_VERIFY(!guard);
+        QTRY_VERIFY_WITH_TIMEOUT(!guard, patience);
     } else {
         delete client;
     }

@@ -152,7 +152,7 @@ void TestDiagnostics::everyStateChangeOfAPlaybackIsDumped()
 {
     TestPlayer player;
     player.startPlayback();
-    QTRY_COMPARE(dumps().size(), 3);
+    QTRY_COMPARE_WITH_TIMEOUT(dumps().size(), 3, patience);
     QCOMPARE(
         dumps(),
         (QStringList{"SimplePlayerstatechange-old-NULL-cur-READY-pending-PLAYING.dot",
@@ -170,7 +170,7 @@ void TestDiagnostics::withoutFolderNothingIsWrittenOrLogged()
     other.setProcessEnvironment(environment);
     other.setWorkingDirectory(folder.path());
     other.start(QCoreApplication::applicationFilePath(), QStringList());
-    QVERIFY(other.waitForFinished(60000));
+    QVERIFY(other.waitForFinished(patience));
     QCOMPARE(other.exitCode(), 0);
     QCOMPARE(other.readAllStandardOutput(), QByteArray("dumped, 0 lines logged\n"));
     QCOMPARE(folder.entryList(QDir::Files), QStringList());

@@ -5,11 +5,17 @@
 #include "support/Outcomes.h"
 #include "support/TestProcess.h"
 
+#include <QtCore/QProcess>
+#include <QtCore/QRegularExpression>
 #include <QtTest/QtTest>
 
+#include <cstdio>
 #include <memory>
 
 namespace {
+
+/// The argument that makes this program another one, which has not initialised GStreamer.
+const QString constructOnly = QStringLiteral("--construct-only");
 
 /// A player with its log and its outcomes.
 struct Scene
@@ -23,6 +29,59 @@ struct Scene
     static void runEventLoop() { QCoreApplication::processEvents(); }
 };
 
+/// Posts a message to the bus of an engine's pipeline, as an element in it would; takes it over.
+void post(const TestEngine& engine, GstMessage* message)
+{
+    gst_element_post_message(engine.pipeline, message);
+}
+
+GstMessage* errorMessage(const char* text)
+{
+    GError* error = g_error_new_literal(GST_STREAM_ERROR, GST_STREAM_ERROR_FAILED, text);
+    GstMessage* message = gst_message_new_error(nullptr, error, nullptr);
+    g_error_free(error);
+    return message;
+}
+
+// An element that never prerolls, neither on the way up nor down, as some live sources do.
+struct LiveElement
+{
+    GstElement parent;
+};
+
+struct LiveElementClass
+{
+    GstElementClass parent;
+};
+
+G_DEFINE_TYPE(LiveElement, live_element, GST_TYPE_ELEMENT)
+
+void live_element_class_init(LiveElementClass* elementClass)
+{
+    GST_ELEMENT_CLASS(elementClass)->change_state = [](GstElement* element,
+                                                       GstStateChange transition) {
+        GST_ELEMENT_CLASS(live_element_parent_class)->change_state(element, transition);
+        return GST_STATE_TRANSITION_NEXT(transition) >= GST_STATE_PAUSED
+                   ? GST_STATE_CHANGE_NO_PREROLL
+                   : GST_STATE_CHANGE_SUCCESS;
+    };
+}
+
+void live_element_init(LiveElement*)
+{
+}
+
+bool addLiveElement(GstElement* bin)
+{
+    return gst_bin_add(GST_BIN(bin), GST_ELEMENT(g_object_new(live_element_get_type(), nullptr)));
+}
+
+/// What the last state change of a pipeline came to.
+GstStateChangeReturn lastStateChange(GstElement* pipeline)
+{
+    return gst_element_get_state(pipeline, nullptr, nullptr, 0);
+}
+
 } // namespace
 
 /// Building, starting, pausing, stopping and releasing a pipeline, with each state and failure.
@@ -35,21 +94,27 @@ private Q_SLOTS:
 
     void constructionAndDestructionAreLogged();
     void constructionInitialisesTheMembers();
+    void constructionInitialisesGStreamer();
     void engineIsAChildOfItsPlayer();
 
     void startBuildsAPipelineAndPlays();
+    void everyPipelineGetsADefaultNameOfItsOwn();
     void secondStartOnlyRequestsPlayingAgain();
     void startIsLoggedWithSetupAndNothingElse();
     void startFailsWithoutAPipeline();
+    void failedPipelineLeavesTheLastBuildsResult();
     void startFailsWhenBuildingFails();
     void startAfterFailedBuildGoesOnWithTheHalfBuiltPipeline();
+    void halfBuiltPipelineIsWatched();
     void startFailsWhenPlayingIsRefused();
+    void startWithoutPrerollIsASuccess();
 
     void pauseHaltsThePipelineAndReportsNothing();
     void pauseThenStartResumes();
     void pauseBeforeStartFails();
     void pauseOfAHalfBuiltPipelineFails();
     void pauseFailsWhenPausedIsRefused();
+    void pauseWithoutPrerollIsASuccess();
 
     void stopReportsOnceAndKeepsThePipeline();
     void startAfterStopPlaysAgainOnTheSamePipeline();
@@ -62,6 +127,7 @@ private Q_SLOTS:
     void restartIsRefusedByTheBase();
 
     void releaseSetsNullAndDropsThePipeline();
+    void releaseGoesOnWhenNullIsRefused();
     void releaseWithoutPipelineOnlyLogs();
     void pipelineInitializedNeedsBothFlagAndPipeline();
     void operationsAfterReleaseFailUntilTheNextStart();
@@ -104,7 +170,15 @@ void TestEngineOperations::constructionInitialisesTheMembers()
     QCOMPARE(scene.engine.device, QStringLiteral("device"));
     QVERIFY(!scene.engine.initialized);
     QVERIFY(!scene.engine.endReported);
-    QVERIFY(gst_is_initialized());
+}
+
+void TestEngineOperations::constructionInitialisesGStreamer()
+{
+    // This process has initialised it already: another one makes an engine first of all.
+    QProcess fresh;
+    fresh.start(QCoreApplication::applicationFilePath(), {constructOnly});
+    QVERIFY(fresh.waitForFinished(patience));
+    QCOMPARE(fresh.readAllStandardOutput(), QByteArray("before: 0, after: 1\n"));
 }
 
 void TestEngineOperations::engineIsAChildOfItsPlayer()
@@ -125,6 +199,19 @@ void TestEngineOperations::startBuildsAPipelineAndPlays()
     QVERIFY(GST_IS_PIPELINE(scene.engine.pipeline));
     QCOMPARE(settledState(scene.engine.pipeline), GST_STATE_PLAYING);
     QCOMPARE(scene.outcomes.all, QStringList());
+}
+
+void TestEngineOperations::everyPipelineGetsADefaultNameOfItsOwn()
+{
+    const QRegularExpression defaultName(QStringLiteral("^pipeline\\d+$"));
+    QStringList names;
+    for (int i = 0; i < 2; ++i) {
+        const Scene scene;
+        QVERIFY(scene.engine.setupGstPipeline());
+        names.append(QString::fromUtf8(GST_OBJECT_NAME(scene.engine.pipeline)));
+        QVERIFY2(defaultName.match(names.last()).hasMatch(), qPrintable(names.last()));
+    }
+    QVERIFY(names.first() != names.last());
 }
 
 void TestEngineOperations::secondStartOnlyRequestsPlayingAgain()
@@ -171,6 +258,17 @@ void TestEngineOperations::startFailsWithoutAPipeline()
     QCOMPARE(scene.outcomes.all, QStringList());
 }
 
+void TestEngineOperations::failedPipelineLeavesTheLastBuildsResult()
+{
+    const Scene scene;
+    QVERIFY(scene.engine.startPlayback());
+    scene.engine.releaseGstPipeline();
+    const MissingFactory noPipelines("pipeline");
+    QVERIFY(!scene.engine.startPlayback());
+    QVERIFY(scene.engine.initialized);
+    QVERIFY(!scene.engine.pipelineInitialized());
+}
+
 void TestEngineOperations::startFailsWhenBuildingFails()
 {
     Scene scene;
@@ -201,17 +299,46 @@ void TestEngineOperations::startAfterFailedBuildGoesOnWithTheHalfBuiltPipeline()
     QCOMPARE(settledState(scene.engine.pipeline), GST_STATE_PLAYING);
 }
 
+void TestEngineOperations::halfBuiltPipelineIsWatched()
+{
+    Scene scene;
+    scene.engine.build = [](GstElement*) { return false; };
+    QVERIFY(!scene.player.startPlayback());
+    post(scene.engine, gst_message_new_eos(nullptr));
+    QTRY_COMPARE_WITH_TIMEOUT(scene.outcomes.all, QStringList{"ended T"}, patience);
+}
+
 void TestEngineOperations::startFailsWhenPlayingIsRefused()
 {
     Scene scene;
     scene.engine.build = TestEngine::addRefusing(GST_STATE_CHANGE_READY_TO_PAUSED);
     scene.log.clear();
     QVERIFY(!scene.player.startPlayback());
-    QCOMPARE(scene.log.texts("ERROR"), QStringList{"state change to state PLAYING failed"});
-    QVERIFY(!scene.log.lines().contains(
-        leaveLine("INFO", "SimplePlayerImpl::startPlayback", "token: T")));
+    QCOMPARE(
+        scene.log.lines(),
+        (QStringList{enterLine("INFO", "SimplePlayerImpl::startPlayback", "token: T"),
+                     enterLine("TRACE", "SimplePlayerImpl::setupGstPipeline", "token: T"),
+                     leaveLine("TRACE", "SimplePlayerImpl::setupGstPipeline", "ret: 1 token: T"),
+                     "ERROR state change to state PLAYING failed"}));
     scene.runEventLoop();
     QCOMPARE(scene.outcomes.all, QStringList());
+    // The pipeline stays as far as it came, so that GStreamer can still tell its reason.
+    QVERIFY(scene.engine.pipelineInitialized());
+    QCOMPARE(GST_STATE(scene.engine.pipeline), GST_STATE_READY);
+    post(scene.engine, errorMessage("the reason"));
+    QTRY_COMPARE_WITH_TIMEOUT(scene.outcomes.all, QStringList{"error T: the reason"}, patience);
+}
+
+void TestEngineOperations::startWithoutPrerollIsASuccess()
+{
+    Scene scene;
+    scene.engine.build = addLiveElement;
+    scene.log.clear();
+    QVERIFY(scene.player.startPlayback());
+    QCOMPARE(lastStateChange(scene.engine.pipeline), GST_STATE_CHANGE_NO_PREROLL);
+    QCOMPARE(scene.log.texts("ERROR"), QStringList());
+    QCOMPARE(scene.log.lines().last(),
+             leaveLine("INFO", "SimplePlayerImpl::startPlayback", "token: T"));
 }
 
 void TestEngineOperations::pauseHaltsThePipelineAndReportsNothing()
@@ -275,12 +402,27 @@ void TestEngineOperations::pauseFailsWhenPausedIsRefused()
     QVERIFY(scene.player.startPlayback());
     scene.log.clear();
     QVERIFY(!scene.player.pausePlayback());
-    QCOMPARE(scene.log.texts("ERROR"), QStringList{"pause state change failed"});
-    QVERIFY(!scene.log.lines().contains(
-        leaveLine("INFO", "SimplePlayerImpl::pausePlayback", "token: T")));
+    QCOMPARE(scene.log.lines(),
+             (QStringList{enterLine("INFO", "SimplePlayerImpl::pausePlayback", "token: T"),
+                          enterLine("TRACE", "SimplePlayerImpl::pipelineInitialized", "init: 1"),
+                          "ERROR pause state change failed"}));
+    QVERIFY(scene.engine.pipelineInitialized());
     scene.runEventLoop();
     QCOMPARE(scene.outcomes.all, QStringList());
     stopRefusing(stubborn);
+}
+
+void TestEngineOperations::pauseWithoutPrerollIsASuccess()
+{
+    Scene scene;
+    scene.engine.build = addLiveElement;
+    scene.player.startPlayback();
+    scene.log.clear();
+    QVERIFY(scene.player.pausePlayback());
+    QCOMPARE(lastStateChange(scene.engine.pipeline), GST_STATE_CHANGE_NO_PREROLL);
+    QCOMPARE(scene.log.texts("ERROR"), QStringList());
+    QCOMPARE(scene.log.lines().last(),
+             leaveLine("INFO", "SimplePlayerImpl::pausePlayback", "token: T"));
 }
 
 void TestEngineOperations::stopReportsOnceAndKeepsThePipeline()
@@ -364,7 +506,7 @@ void TestEngineOperations::stopAfterEndIsTrueAndReportsNothingMore()
     Scene scene;
     scene.engine.build = TestEngine::addShortSource;
     scene.player.startPlayback();
-    QTRY_COMPARE(scene.outcomes.all, QStringList{"ended T"});
+    QTRY_COMPARE_WITH_TIMEOUT(scene.outcomes.all, QStringList{"ended T"}, patience);
     QVERIFY(scene.player.stopPlayback());
     scene.runEventLoop();
     QCOMPARE(scene.log.texts("DEBUG").last(), QStringLiteral("End of playback already reported"));
@@ -406,6 +548,32 @@ void TestEngineOperations::releaseSetsNullAndDropsThePipeline()
     gpointer alive = g_weak_ref_get(&pipeline);
     QVERIFY(!alive);
     g_weak_ref_clear(&pipeline);
+}
+
+void TestEngineOperations::releaseGoesOnWhenNullIsRefused()
+{
+    Scene scene;
+    GstElement* stubborn = nullptr;
+    scene.engine.build = TestEngine::addRefusing(GST_STATE_CHANGE_READY_TO_NULL, &stubborn);
+    QVERIFY(scene.player.startPlayback());
+    // GStreamer minds when a pipeline dies above NULL: this reference delays it.
+    auto* pipeline = GST_ELEMENT(gst_object_ref(scene.engine.pipeline));
+    scene.log.clear();
+    scene.engine.releaseGstPipeline();
+    QCOMPARE(scene.log.lines(),
+             (QStringList{enterLine("TRACE", "SimplePlayerImpl::releaseGstPipeline", "token: T"),
+                          "TRACE Releasing active playback pipeline",
+                          leaveLine("TRACE", "SimplePlayerImpl::releaseGstPipeline", "token: T")}));
+    QVERIFY(!scene.engine.pipeline);
+    QCOMPARE(GST_OBJECT_REFCOUNT_VALUE(pipeline), 1);
+    GstBus* bus = gst_element_get_bus(pipeline);
+    QVERIFY(!gst_bus_remove_watch(bus)); // there is none any more
+    gst_object_unref(bus);
+    stopRefusing(stubborn);
+    gst_element_set_state(pipeline, GST_STATE_NULL);
+    gst_object_unref(pipeline);
+    scene.runEventLoop();
+    QCOMPARE(scene.outcomes.all, QStringList());
 }
 
 void TestEngineOperations::releaseWithoutPipelineOnlyLogs()
@@ -482,7 +650,7 @@ void TestEngineOperations::destructionInEveryStateEmitsNothing()
         } else if (call == "release") {
             engine.releaseGstPipeline();
         } else if (call == "end") {
-            QTRY_COMPARE(outcomes.all, QStringList{"ended T"});
+            QTRY_COMPARE_WITH_TIMEOUT(outcomes.all, QStringList{"ended T"}, patience);
         }
     }
     outcomes.all.clear();
@@ -494,20 +662,36 @@ void TestEngineOperations::destructionInEveryStateEmitsNothing()
 void TestEngineOperations::startAfterErrorBuildsAFreshPipelineWhoseEndIsNeverSignalled()
 {
     Scene scene;
-    scene.engine.build = TestEngine::addShortSource;
     scene.player.startPlayback();
-    GError* error = g_error_new_literal(GST_STREAM_ERROR, GST_STREAM_ERROR_FAILED, "broken");
-    gst_element_post_message(scene.engine.pipeline, gst_message_new_error(nullptr, error, nullptr));
-    g_error_free(error);
-    QTRY_COMPARE(scene.outcomes.all.size(), 1);
-    // Whichever of error and end came first was told; now play to the end once more.
-    scene.engine.releaseGstPipeline();
+    post(scene.engine, errorMessage("broken"));
+    QTRY_COMPARE_WITH_TIMEOUT(scene.outcomes.all, QStringList{"error T: broken"}, patience);
+    scene.engine.build = TestEngine::addShortSource;
     scene.log.clear();
     QVERIFY(scene.player.startPlayback());
-    QTRY_VERIFY(scene.log.texts("DEBUG").contains("End of playback already reported"));
+    QTRY_VERIFY_WITH_TIMEOUT(scene.log.texts("DEBUG").contains("End of playback already reported"),
+                             patience);
     QCOMPARE(scene.engine.builds, 2);
-    QCOMPARE(scene.outcomes.all.size(), 1);
+    QCOMPARE(scene.outcomes.all, QStringList{"error T: broken"});
 }
 
-KOVA_TEST_MAIN(TestEngineOperations)
+/// What the other process of constructionInitialisesGStreamer() does.
+static int constructAnEngine()
+{
+    const bool before = gst_is_initialized();
+    const TestPlayer player;
+    std::printf("before: %d, after: %d\n", before, bool(gst_is_initialized()));
+    return 0;
+}
+
+int main(int argc, char** argv)
+{
+    const TestProcess process;
+    const QCoreApplication application(argc, argv);
+    if (application.arguments().contains(constructOnly)) {
+        return constructAnEngine();
+    }
+    trackGstObjects();
+    TestEngineOperations test;
+    return QTest::qExec(&test, argc, argv);
+}
 #include "tst_engine.moc"

@@ -1,4 +1,5 @@
 #include "support/TestProcess.h"
+#include "support/Waiting.h"
 
 #include <QtCore/QProcess>
 #include <QtCore/QRegularExpression>
@@ -26,7 +27,7 @@ QString TestLibrary::output(const QString& tool, const QStringList& arguments)
 {
     QProcess process;
     process.start(tool, arguments);
-    if (!process.waitForFinished(60000) || process.exitCode() != 0) {
+    if (!process.waitForFinished(patience) || process.exitCode() != 0) {
         qFatal("%s failed: %s", qPrintable(tool), process.readAllStandardError().constData());
     }
     return QString::fromUtf8(process.readAllStandardOutput());
@@ -91,7 +92,7 @@ void TestLibrary::loadingPrintsNothingAndStartsNoThread()
     const auto threadsAfterLoading = [](const QString& library) {
         QProcess loader;
         loader.start(LOAD_ONLY_FILE, {library});
-        loader.waitForFinished(60000);
+        loader.waitForFinished(patience);
         const QByteArray printed = loader.readAllStandardOutput() + loader.readAllStandardError();
         return printed.isEmpty() && loader.exitStatus() == QProcess::NormalExit
                    ? QString::number(loader.exitCode())

@@ -234,7 +234,7 @@ void TestReporting::clientMayDeleteItsPlayerInItsSlot()
     ::report(*player, report);
     // A second report waits behind the first: it must not reach the deleted engine.
     player->engine->reportPlaybackEnded(QStringLiteral("second"));
-    QTRY_VERIFY(!guard);
+    QTRY_VERIFY_WITH_TIMEOUT(!guard, patience);
     QCOMPARE(outcomes.all.size(), 1);
     // The slot ends in its leave line although its engine may be gone.
     QVERIFY(log.texts("DEBUG").contains(

@@ -444,7 +444,7 @@ void TestUriEngine::loopWhoseSeekFailsEndsOnce()
     GstBus* bus = gst_element_get_bus(scene.engine->pipeline);
     gst_bus_post(bus, gst_message_new_eos(nullptr));
     gst_object_unref(bus);
-    QTRY_COMPARE(outcomes.all, QStringList{"ended T"});
+    QTRY_COMPARE_WITH_TIMEOUT(outcomes.all, QStringList{"ended T"}, patience);
     QCOMPARE(scene.log.texts("ERROR"), QStringList{"Failed to seek to beginning"});
 }
 
