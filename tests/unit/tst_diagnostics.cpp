@@ -4,10 +4,14 @@
 #include "support/LogCapture.h"
 #include "support/TestProcess.h"
 
+#include <simplePlayer/Logging_p.h>
+
 #include <QtCore/QDir>
 #include <QtTest/QtTest>
 
-/// The state-change log line and the pictures of pipelines.
+static log4cplus::Logger logger = log4cplus::Logger::getInstance("SimplePlayer");
+
+/// Log lines, the state-change line among them, and the pictures of pipelines.
 class TestDiagnostics : public QObject
 {
     Q_OBJECT
@@ -19,13 +23,18 @@ private Q_SLOTS:
     void init();
     void cleanup();
 
+    void lineIsOneText();
+    void lineOfADisabledLevelEvaluatesNothing();
+
     void stateChangeLineHasItsThreeBlanks();
     void stateChangeLineNamesEveryState();
+    void sourceWithoutNameIsSaid_data();
     void sourceWithoutNameIsSaid();
     void stateChangeIsNotComposedBelowTrace();
 
     void dumpIsNamedByPrefixAndName();
     void verboseDumpSaysSoInItsName();
+    void dumpShowsParametersStatesAndCaps();
     void verboseDumpShowsMore();
     void everyStateChangeOfAPlaybackIsDumped();
     void withoutFolderNothingIsWrittenOrLogged();
@@ -33,6 +42,8 @@ private Q_SLOTS:
 private:
     /// The names of the dumps without GStreamer's timestamp, in the order of their writing.
     QStringList dumps() const;
+    /// The content of the dump whose name ends in `end`.
+    QByteArray dump(const QString& end) const;
 
     QDir folder;
     LogCapture log;
@@ -67,6 +78,31 @@ QStringList TestDiagnostics::dumps() const
     return names;
 }
 
+QByteArray TestDiagnostics::dump(const QString& end) const
+{
+    QFile file(folder.filePath(folder.entryList({QLatin1Char('*') + end}).value(0)));
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+void TestDiagnostics::lineIsOneText()
+{
+    LOG_LINE(INFO, "text ", std::string("string "), QString::fromUtf8("\xc3\xa4 "), 1234567, true);
+    QCOMPARE(log.lines(), QStringList{QString::fromUtf8("INFO text string \xc3\xa4 12345671")});
+}
+
+void TestDiagnostics::lineOfADisabledLevelEvaluatesNothing()
+{
+    int evaluated = 0;
+    log.setThreshold(log4cplus::DEBUG_LOG_LEVEL);
+    LOG_LINE(TRACE, ++evaluated);
+    LOG_ENTER(TRACE, ++evaluated);
+    LOG_LEAVE(TRACE, ++evaluated);
+    QCOMPARE(evaluated, 0);
+    LOG_LINE(DEBUG, ++evaluated);
+    QCOMPARE(evaluated, 1);
+    log.setThreshold(log4cplus::TRACE_LOG_LEVEL);
+}
+
 void TestDiagnostics::stateChangeLineHasItsThreeBlanks()
 {
     GstElement* source = gst_element_factory_make("fakesink", "source");
@@ -87,11 +123,27 @@ void TestDiagnostics::stateChangeLineNamesEveryState()
     QVERIFY(log.lines().first().endsWith(" old: NULL new: READY pending: VOID_PENDING"));
 }
 
+void TestDiagnostics::sourceWithoutNameIsSaid_data()
+{
+    QTest::addColumn<bool>("hasSource");
+    QTest::newRow("source without a name") << true;
+    QTest::newRow("no source") << false;
+}
+
 void TestDiagnostics::sourceWithoutNameIsSaid()
 {
-    GstMessage* message = gst_message_new_eos(nullptr);
+    QFETCH(bool, hasSource);
+    GstElement* source = nullptr;
+    if (hasSource) {
+        // GStreamer names every object, but the member is open to all.
+        source = gst_element_factory_make("fakesink", nullptr);
+        g_free(GST_OBJECT_NAME(source));
+        GST_OBJECT_NAME(source) = nullptr;
+    }
+    GstMessage* message = gst_message_new_eos(GST_OBJECT(source));
     printGstStateChangeMessage(message, GST_STATE_NULL, GST_STATE_READY, GST_STATE_PAUSED);
     gst_message_unref(message);
+    gst_clear_object(&source);
     QCOMPARE(log.lines(),
              QStringList{"TRACE GStreamer state change:   src: <no name> old: NULL new: READY "
                          "pending: PAUSED"});
@@ -124,6 +176,24 @@ void TestDiagnostics::verboseDumpSaysSoInItsName()
     QCOMPARE(dumps(), QStringList{"prefixname-verbose.dot"});
 }
 
+void TestDiagnostics::dumpShowsParametersStatesAndCaps()
+{
+    GstElement* pipeline = gst_parse_launch(
+        "fakesrc num-buffers=7 ! capsfilter caps=audio/x-raw,rate=8000 ! fakesink", nullptr);
+    gst_element_set_state(pipeline, GST_STATE_PAUSED);
+    QCOMPARE(settledState(pipeline), GST_STATE_PAUSED);
+    createDotPipelineDump(GST_PIPELINE(pipeline), "usual", "", false);
+    createDotPipelineDump(GST_PIPELINE(pipeline), "whole", "", true);
+    gst_element_set_state(pipeline, GST_STATE_NULL);
+    gst_object_unref(pipeline);
+    for (const char* name : {"usual.dot", "whole-verbose.dot"}) {
+        const QByteArray picture = dump(QString::fromLatin1(name));
+        QVERIFY(picture.contains("num-buffers=7")); // a parameter that is not the default
+        QVERIFY(picture.contains("[=]\\nnum-"));    // the state, "paused"
+        QVERIFY(picture.contains("rate: 8000"));    // caps in full, on the line between two pads
+    }
+}
+
 void TestDiagnostics::verboseDumpShowsMore()
 {
     // A long parameter is cut short in all pictures but the verbose ones.
@@ -139,13 +209,9 @@ void TestDiagnostics::verboseDumpShowsMore()
     createDotPipelineDump(GST_PIPELINE(pipeline), "whole", "", true);
     gst_object_unref(pipeline);
 
-    const auto contents = [this](const QString& pattern) {
-        QFile file(folder.filePath(folder.entryList({pattern}).value(0)));
-        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-    };
-    QVERIFY(contents(QStringLiteral("*short.dot")).contains("capsfilter"));
-    QVERIFY(!contents(QStringLiteral("*short.dot")).contains(name));
-    QVERIFY(contents(QStringLiteral("*whole-verbose.dot")).contains(name));
+    QVERIFY(dump(QStringLiteral("short.dot")).contains("capsfilter"));
+    QVERIFY(!dump(QStringLiteral("short.dot")).contains(name));
+    QVERIFY(dump(QStringLiteral("whole-verbose.dot")).contains(name));
 }
 
 void TestDiagnostics::everyStateChangeOfAPlaybackIsDumped()

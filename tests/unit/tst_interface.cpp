@@ -11,9 +11,12 @@
 #include <simplePlayer/UriSimplePlayer_p.h>
 
 #include <QtCore/QMetaMethod>
+#include <QtCore/QThread>
 #include <QtTest/QtTest>
 
 #include <cstring>
+#include <memory>
+#include <utility>
 
 /// What clients see of the players, and the binary interface: meta-objects, virtual slots, layout.
 class TestInterface : public QObject
@@ -24,6 +27,7 @@ private Q_SLOTS:
     void loopIsFalseAfterConstruction();
     void fakePlayerAnswersTrueToEverything();
     void fakePlayerReportsEveryStopAtOnce();
+    void fakePlayerReportsOnTheCallingThread();
     void fakePlayerMayBeDeletedInItsSlot();
     void playersHaveTheParentTheyAreGiven();
 
@@ -33,6 +37,8 @@ private Q_SLOTS:
     void dataClassesHaveNoMethodsOfTheirOwn();
     void streamPlayerHasTwoPrivateSlotsInItsEngine();
     void virtualFunctionsFollowThoseOfQObjectInOrder();
+    void classesAddNoVirtualFunctionsOfTheirOwn();
+    void constructorsSetEveryMember();
     void membersStandInOrder();
     void classSizesAreThoseOfTheirMembers();
 };
@@ -49,11 +55,67 @@ std::size_t virtualSlot(Function function)
     return offset / sizeof(void*);
 }
 
+/// Adds one virtual function to a class: it takes the first slot that the class left free.
+template <typename Base>
+class Extended : public Base
+{
+public:
+    virtual void added() = 0;
+};
+
+template <typename Base>
+std::size_t firstFreeSlot()
+{
+    return virtualSlot(&Extended<Base>::added);
+}
+
+/// An object in memory that was full of ones: a member that its constructor forgot shows.
+template <typename Object>
+class OverOnes
+{
+public:
+    template <typename... Arguments>
+    explicit OverOnes(Arguments&&... arguments)
+    {
+        // Volatile, because writing where an object is about to begin is for nothing otherwise.
+        for (volatile unsigned char& byte : memory) {
+            byte = 0xff;
+        }
+        object = new (memory) Object(std::forward<Arguments>(arguments)...);
+    }
+    ~OverOnes() { object->~Object(); }
+    OverOnes(const OverOnes&) = delete;
+    OverOnes& operator=(const OverOnes&) = delete;
+
+    Object* operator->() const { return object; }
+    Object* get() const { return object; }
+
+private:
+    alignas(Object) unsigned char memory[sizeof(Object)];
+    Object* object;
+};
+
 template <typename Object, typename Member>
 std::size_t offsetIn(const Object& object, const Member& member)
 {
     return static_cast<std::size_t>(reinterpret_cast<const char*>(&member) -
                                     reinterpret_cast<const char*>(&object));
+}
+
+/// The second member of every player, which nobody reads.
+quint32 reservedWord(const SimplePlayer& player)
+{
+    quint32 word = 1;
+    std::memcpy(&word, reinterpret_cast<const char*>(&player) + sizeof(QObject) + 4, sizeof word);
+    return word;
+}
+
+/// Whether a class's meta-object adds nothing but methods to the one of its base.
+bool addsOnlyMethods(const QMetaObject& meta)
+{
+    return meta.propertyCount() == meta.propertyOffset() &&
+           meta.enumeratorCount() == meta.enumeratorOffset() &&
+           meta.classInfoCount() == meta.classInfoOffset() && meta.constructorCount() == 0;
 }
 
 QByteArray describe(const QMetaMethod& method)
@@ -69,6 +131,9 @@ class OpenUriEngine : public UriSimplePlayerImpl
 {
 public:
     using UriSimplePlayerImpl::endReported;
+    using UriSimplePlayerImpl::initialized;
+    using UriSimplePlayerImpl::pipeline;
+    using UriSimplePlayerImpl::player;
     using UriSimplePlayerImpl::queue;
     using UriSimplePlayerImpl::sink;
     using UriSimplePlayerImpl::uri;
@@ -135,6 +200,22 @@ void TestInterface::fakePlayerReportsEveryStopAtOnce()
     QCOMPARE(outcomes.all, (QStringList{"stopped T", "stopped T"}));
 }
 
+void TestInterface::fakePlayerReportsOnTheCallingThread()
+{
+    FakePlayer player(QStringLiteral("T"));
+    QThread* slotThread = nullptr;
+    connect(&player, &SimplePlayer::playbackStopped,
+            [&] { slotThread = QThread::currentThread(); });
+    QThread* seenInsideTheCall = nullptr;
+    const std::unique_ptr<QThread> caller(QThread::create([&] {
+        player.stopPlayback();
+        seenInsideTheCall = slotThread;
+    }));
+    caller->start();
+    QVERIFY(caller->wait());
+    QCOMPARE(seenInsideTheCall, caller.get());
+}
+
 void TestInterface::fakePlayerMayBeDeletedInItsSlot()
 {
     auto* player = new FakePlayer(QStringLiteral("T"));
@@ -162,7 +243,7 @@ void TestInterface::metaObjectOfSimplePlayerHasThreeSignals()
     QCOMPARE(meta.className(), "SimplePlayer");
     QCOMPARE(meta.superClass(), &QObject::staticMetaObject);
     QCOMPARE(meta.methodCount() - meta.methodOffset(), 3);
-    QCOMPARE(meta.propertyCount(), meta.propertyOffset());
+    QVERIFY(addsOnlyMethods(meta));
     QCOMPARE(describe(meta.method(meta.methodOffset())),
              "public signal playbackEnded(QString) token");
     QCOMPARE(describe(meta.method(meta.methodOffset() + 1)),
@@ -175,6 +256,8 @@ void TestInterface::metaObjectOfTheEngineHasOneSignalAndOnePrivateSlot()
 {
     const QMetaObject& meta = SimplePlayerImpl::staticMetaObject;
     QCOMPARE(meta.className(), "SimplePlayerImpl");
+    QCOMPARE(meta.superClass(), &QObject::staticMetaObject);
+    QVERIFY(addsOnlyMethods(meta));
     QCOMPARE(meta.methodCount() - meta.methodOffset(), 2);
     QCOMPARE(describe(meta.method(meta.methodOffset())),
              "public signal sendPlaybackEnded(bool,QString) stop,msg");
@@ -188,12 +271,13 @@ void TestInterface::frontClassesHaveNoMethodsOfTheirOwn()
     QCOMPARE(front.className(), "UriSimplePlayer");
     QCOMPARE(front.superClass(), &SimplePlayer::staticMetaObject);
     QCOMPARE(front.methodCount(), front.methodOffset());
-    QCOMPARE(front.propertyCount(), front.propertyOffset());
+    QVERIFY(addsOnlyMethods(front));
 
     const QMetaObject& engine = UriSimplePlayerImpl::staticMetaObject;
     QCOMPARE(engine.className(), "UriSimplePlayerImpl");
     QCOMPARE(engine.superClass(), &SimplePlayerImpl::staticMetaObject);
     QCOMPARE(engine.methodCount(), engine.methodOffset());
+    QVERIFY(addsOnlyMethods(engine));
 
     QCOMPARE(FakePlayer(QString()).metaObject()->className(), "SimplePlayer");
 }
@@ -204,13 +288,13 @@ void TestInterface::dataClassesHaveNoMethodsOfTheirOwn()
     QCOMPARE(front.className(), "DataSimplePlayer");
     QCOMPARE(front.superClass(), &SimplePlayer::staticMetaObject);
     QCOMPARE(front.methodCount(), front.methodOffset());
-    QCOMPARE(front.propertyCount(), front.propertyOffset());
+    QVERIFY(addsOnlyMethods(front));
 
     const QMetaObject& engine = DataSimplePlayerImpl::staticMetaObject;
     QCOMPARE(engine.className(), "DataSimplePlayerImpl");
     QCOMPARE(engine.superClass(), &SimplePlayerImpl::staticMetaObject);
     QCOMPARE(engine.methodCount(), engine.methodOffset());
-    QCOMPARE(engine.propertyCount(), engine.propertyOffset());
+    QVERIFY(addsOnlyMethods(engine));
 }
 
 void TestInterface::streamPlayerHasTwoPrivateSlotsInItsEngine()
@@ -219,12 +303,12 @@ void TestInterface::streamPlayerHasTwoPrivateSlotsInItsEngine()
     QCOMPARE(front.className(), "StreamSimplePlayer");
     QCOMPARE(front.superClass(), &SimplePlayer::staticMetaObject);
     QCOMPARE(front.methodCount(), front.methodOffset());
-    QCOMPARE(front.propertyCount(), front.propertyOffset());
+    QVERIFY(addsOnlyMethods(front));
 
     const QMetaObject& engine = StreamSimplePlayerImpl::staticMetaObject;
     QCOMPARE(engine.className(), "StreamSimplePlayerImpl");
     QCOMPARE(engine.superClass(), &SimplePlayerImpl::staticMetaObject);
-    QCOMPARE(engine.propertyCount(), engine.propertyOffset());
+    QVERIFY(addsOnlyMethods(engine));
     QCOMPARE(engine.methodCount() - engine.methodOffset(), 2);
     QCOMPARE(describe(engine.method(engine.methodOffset())),
              "private slot on_readPipeNotifier_activated(int) sock");
@@ -251,13 +335,57 @@ void TestInterface::virtualFunctionsFollowThoseOfQObjectInOrder()
     QCOMPARE(virtualSlot(&StreamSimplePlayerImpl::initPipeline), 15U);
 }
 
+void TestInterface::classesAddNoVirtualFunctionsOfTheirOwn()
+{
+    QCOMPARE(firstFreeSlot<SimplePlayer>(), 15U);
+    QCOMPARE(firstFreeSlot<FakePlayer>(), 15U);
+    QCOMPARE(firstFreeSlot<UriSimplePlayer>(), 15U);
+    QCOMPARE(firstFreeSlot<DataSimplePlayer>(), 15U);
+    QCOMPARE(firstFreeSlot<StreamSimplePlayer>(), 15U);
+
+    QCOMPARE(firstFreeSlot<SimplePlayerImpl>(), 17U);
+    QCOMPARE(firstFreeSlot<UriSimplePlayerImpl>(), 17U);
+    QCOMPARE(firstFreeSlot<DataSimplePlayerImpl>(), 17U);
+    QCOMPARE(firstFreeSlot<StreamSimplePlayerImpl>(), 17U);
+}
+
+void TestInterface::constructorsSetEveryMember()
+{
+    const OverOnes<FakePlayer> fake(QStringLiteral("T"));
+    QVERIFY(!fake->loop);
+    QCOMPARE(reservedWord(*fake.get()), 0U);
+
+    const OverOnes<UriSimplePlayer> front(QString(), QStringLiteral("T"), QString());
+    QVERIFY(!front->loop);
+    QCOMPARE(reservedWord(*front.get()), 0U);
+
+    const OverOnes<OpenUriEngine> uri(QString(), QStringLiteral("T"), QString(), front.get());
+    QCOMPARE(uri->player, front.get());
+    QVERIFY(!uri->pipeline);
+    QVERIFY(!uri->initialized);
+    QVERIFY(!uri->endReported);
+    QCOMPARE(uri->uriPlayer, front.get());
+    QVERIFY(!uri->uriDecodeBin);
+    QVERIFY(!uri->queue);
+    QVERIFY(!uri->sink);
+    QVERIFY(uri->uri.isNull());
+
+    DataSimplePlayer dataFront("data", QStringLiteral("T"), QString());
+    const OverOnes<OpenDataEngine> data("data", QStringLiteral("T"), QString(), &dataFront);
+    QCOMPARE(data->dataPlayer, &dataFront);
+    QCOMPARE(data->offset, quint64(0));
+
+    StreamSimplePlayer streamFront(QString(), QString(), QStringLiteral("T"), QString());
+    const OverOnes<OpenStreamEngine> stream(QString(), QString(), QStringLiteral("T"), QString(),
+                                            &streamFront);
+    QCOMPARE(stream->streamPlayer, &streamFront);
+    QVERIFY(!stream->pipe);
+}
+
 void TestInterface::membersStandInOrder()
 {
     const FakePlayer fake(QStringLiteral("T"));
     QCOMPARE(offsetIn(fake, fake.loop), sizeof(QObject));
-    quint32 second = 1;
-    std::memcpy(&second, reinterpret_cast<const char*>(&fake) + sizeof(QObject) + 4, sizeof second);
-    QCOMPARE(second, 0U);
 
     const TestPlayer player;
     const TestEngine& engine = *player.engine;

@@ -68,7 +68,10 @@ private Q_SLOTS:
     void frontObjectForwardsToItsEngine();
 
     void pipelineHasItsElements();
+    void uriIsSetAsUtf8_data();
+    void uriIsSetAsUtf8();
     void pipelineCanBeBuiltAgainAfterARelease();
+    void nullPipelineIsRefused_data();
     void nullPipelineIsRefused();
     void emptyUriIsRefusedAtStart();
     void missingElementEndsTheBuilding_data();
@@ -93,10 +96,12 @@ void TestUriEngine::initTestCase()
 {
     // Nothing here is decoded: any content will do.
     file = TestProcess::path(QStringLiteral("a b.wav"));
-    for (const char* name : {"a b.wav", "a%20b.wav", "http:", "HTTP:"}) {
-        QFile made(TestProcess::path(QString::fromLatin1(name)));
+    for (const char* name :
+         {"a b.wav", "a%20b.wav", "http:", "HTTP:", "\xc3\xa4.wav", "\xe8\xaa\x9e.wav"}) {
+        QFile made(TestProcess::path(QString::fromUtf8(name)));
         QVERIFY(made.open(QIODevice::WriteOnly));
     }
+    QVERIFY(QFile::link(file, TestProcess::path(QStringLiteral("link.wav"))));
     QVERIFY(QDir().mkpath(TestProcess::path(QStringLiteral("folder"))));
     QVERIFY(QDir::setCurrent(TestProcess::path()));
 }
@@ -134,6 +139,9 @@ void TestUriEngine::uriIsMadeFromTheItem_data()
     QTest::newRow("folder") << "folder"
                             << "file://" + folder + "folder"
                             << "File URI: ";
+    QTest::newRow("link is not followed") << "link.wav"
+                                          << "file://" + folder + "link.wav"
+                                          << "File URI: ";
     QTest::newRow("no web URI, a file") << "http:"
                                         << "file://" + folder + "http:"
                                         << "File URI: ";
@@ -228,6 +236,25 @@ void TestUriEngine::pipelineHasItsElements()
     gst_object_unref(queueSink);
 }
 
+void TestUriEngine::uriIsSetAsUtf8_data()
+{
+    QTest::addColumn<QByteArray>("name");
+    QTest::newRow("umlaut") << QByteArray("\xc3\xa4.wav");
+    QTest::newRow("ideograph") << QByteArray("\xe8\xaa\x9e.wav");
+}
+
+void TestUriEngine::uriIsSetAsUtf8()
+{
+    QFETCH(QByteArray, name);
+    Scene scene(QString::fromUtf8(name));
+    QVERIFY(scene.engine->setupGstPipeline());
+    gchar* set = nullptr;
+    g_object_get(scene.engine->uriDecodeBin, "uri", &set, nullptr);
+    const QByteArray uri(set);
+    g_free(set);
+    QCOMPARE(uri, "file://" + QDir::currentPath().toUtf8() + '/' + name);
+}
+
 void TestUriEngine::pipelineCanBeBuiltAgainAfterARelease()
 {
     Scene scene(file);
@@ -237,9 +264,17 @@ void TestUriEngine::pipelineCanBeBuiltAgainAfterARelease()
     QCOMPARE(GST_OBJECT_PARENT(scene.engine->uriDecodeBin), GST_OBJECT(scene.engine->pipeline));
 }
 
+void TestUriEngine::nullPipelineIsRefused_data()
+{
+    QTest::addColumn<QString>("item");
+    QTest::newRow("file") << file;
+    QTest::newRow("missing file, which is looked at later") << "missing.wav";
+}
+
 void TestUriEngine::nullPipelineIsRefused()
 {
-    Scene scene(file);
+    QFETCH(QString, item);
+    Scene scene(item);
     QVERIFY(!scene.engine->initPipeline(nullptr));
     QCOMPARE(scene.log.lines(),
              (QStringList{enterLine("TRACE", "UriSimplePlayerImpl::initPipeline", "token: T"),
