@@ -105,22 +105,27 @@ void TestOutputChain::elementsHaveTheirNamesAndFactories()
 void TestOutputChain::deviceIsSetAsUtf8_data()
 {
     QTest::addColumn<QString>("device");
-    QTest::newRow("plain") << "hw:0,0";
-    QTest::newRow("empty stays empty") << "";
-    QTest::newRow("null is empty too") << QString();
-    QTest::newRow("umlauts") << QString::fromUtf8("Ger\xc3\xa4t");
+    QTest::addColumn<QByteArray>("inSink");
+    QTest::newRow("plain") << "hw:0,0" << QByteArray("hw:0,0");
+    QTest::newRow("empty stays empty") << "" << QByteArray("");
+    QTest::newRow("null is empty too") << QString() << QByteArray("");
+    QTest::newRow("umlaut") << QString::fromUtf8("Ger\xc3\xa4t") << QByteArray("Ger\xc3\xa4t");
+    QTest::newRow("ideograph") << QString::fromUtf8("\xe8\xaa\x9e") << QByteArray("\xe8\xaa\x9e");
+    QTest::newRow("null character")
+        << QStringLiteral("hw") + QChar(QChar::Null) + "0" << QByteArray("hw");
 }
 
 void TestOutputChain::deviceIsSetAsUtf8()
 {
     QFETCH(QString, device);
+    QFETCH(QByteArray, inSink);
     Chain chain;
     QVERIFY(chain.chain.make(device));
     gchar* set = nullptr;
     g_object_get(chain.sink, "device", &set, nullptr);
-    const QByteArray inSink(set);
+    QVERIFY(set); // an empty text, not none
+    QCOMPARE(QByteArray(set), inSink);
     g_free(set);
-    QCOMPARE(inSink, device.toUtf8());
 }
 
 void TestOutputChain::chainIsLinkedInOrder()

@@ -65,6 +65,7 @@ private Q_SLOTS:
     void uriIsMadeFromTheItem();
     void missingFileIsLoggedAsTheClientNamedIt_data();
     void missingFileIsLoggedAsTheClientNamedIt();
+    void noFileHasANullCharacterInItsName();
     void frontObjectForwardsToItsEngine();
 
     void pipelineHasItsElements();
@@ -190,6 +191,12 @@ void TestUriEngine::missingFileIsLoggedAsTheClientNamedIt()
                           "ERROR File '" + item + "' does not exist"}));
 }
 
+void TestUriEngine::noFileHasANullCharacterInItsName()
+{
+    const Scene scene(file + QChar(QChar::Null) + QStringLiteral("rest"));
+    QVERIFY(scene.engine->uri.isNull());
+}
+
 void TestUriEngine::frontObjectForwardsToItsEngine()
 {
     LogCapture log;
@@ -238,21 +245,26 @@ void TestUriEngine::pipelineHasItsElements()
 
 void TestUriEngine::uriIsSetAsUtf8_data()
 {
-    QTest::addColumn<QByteArray>("name");
-    QTest::newRow("umlaut") << QByteArray("\xc3\xa4.wav");
-    QTest::newRow("ideograph") << QByteArray("\xe8\xaa\x9e.wav");
+    QTest::addColumn<QString>("item");
+    QTest::addColumn<QByteArray>("uri");
+    const QByteArray folder = "file://" + QDir::currentPath().toUtf8() + '/';
+    for (const char* name : {"\xc3\xa4.wav", "\xe8\xaa\x9e.wav"}) {
+        QTest::newRow(name) << QString::fromUtf8(name) << folder + name;
+    }
+    QTest::newRow("null character") << QStringLiteral("http://host/a") + QChar(QChar::Null) + "b"
+                                    << QByteArray("http://host/a");
 }
 
 void TestUriEngine::uriIsSetAsUtf8()
 {
-    QFETCH(QByteArray, name);
-    Scene scene(QString::fromUtf8(name));
+    QFETCH(QString, item);
+    QFETCH(QByteArray, uri);
+    Scene scene(item);
     QVERIFY(scene.engine->setupGstPipeline());
     gchar* set = nullptr;
     g_object_get(scene.engine->uriDecodeBin, "uri", &set, nullptr);
-    const QByteArray uri(set);
+    QCOMPARE(QByteArray(set), uri);
     g_free(set);
-    QCOMPARE(uri, "file://" + QDir::currentPath().toUtf8() + '/' + name);
 }
 
 void TestUriEngine::pipelineCanBeBuiltAgainAfterARelease()

@@ -254,6 +254,8 @@ void KovaNamedPipe::removeFifo()
     const FileId ours = *fifo;
     fifo.reset();
     const QByteArray encoded = QFile::encodeName(path);
+    // No call removes a file on condition that it is a certain one: a file that takes the FIFO's
+    // place between the look and the removal is removed in its stead.
     struct stat status = {};
     if (::lstat(encoded.constData(), &status) == 0 && fileId(status) != ours) {
         logFailure(failure, "another file has taken its place");

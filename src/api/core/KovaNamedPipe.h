@@ -70,10 +70,10 @@ public:
     ///         -EINVAL without a buffer
     int read(const char* data, int size);
 
-    /// Closes the pipe, and removes the FIFO if the constructor was told so and nobody replaced it.
-    /// Its notifier reports nothing from now on and is deleted from the event loop, so that this
-    /// may be called inside the notifier's own slot. May be called any number of times; the pipe
-    /// may be opened again.
+    /// Closes the pipe, and removes the FIFO if the constructor was told so and no other file is
+    /// found in its place. Its notifier reports nothing from now on and is deleted from the event
+    /// loop, so that this may be called inside the notifier's own slot. May be called any number of
+    /// times; the pipe may be opened again.
     void close();
 
     /// The notifier that reports that data can be read or that the last writer is gone, which it

@@ -20,6 +20,8 @@ AudioOutputChain::AudioOutputChain(GstElement*& queueMember, GstElement*& sinkMe
 
 bool AudioOutputChain::make(const QString& device)
 {
+    // What was made before a failure is abandoned on purpose, floating and in no bin: building
+    // never rolls back.
     return makeConverters() && makeSink(device);
 }
 

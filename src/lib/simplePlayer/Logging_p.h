@@ -56,13 +56,15 @@ std::string compose(const Parts&... parts)
         }                                                                                          \
     } while (false)
 
-/// The line that begins an operation. Paired with LOG_LEAVE on the operation's normal way out; an
-/// operation that fails leaves no such line, which is why this is no scoped object.
+/// The line that begins an operation.
 #define LOG_ENTER(level, ...)                                                                      \
     LOG_LINE(level, "Enter ", dbglog_scopedFunction(__PRETTY_FUNCTION__, "SimplePlayer"), ": ",    \
              __VA_ARGS__)
 
-/// The line that ends an operation which succeeded.
+/// The line that ends an operation on its normal way out. An operation that gives up half-way logs
+/// no such line; one that carries a failure on to its end does (setupGstPipeline() with the result
+/// of a failed build, the stop and the reader of the stream engine). That is why each operation
+/// says itself where it leaves, and no scoped object does.
 #define LOG_LEAVE(level, ...)                                                                      \
     LOG_LINE(level, "Leave ", dbglog_scopedFunction(__PRETTY_FUNCTION__, "SimplePlayer"), ": ",    \
              __VA_ARGS__)

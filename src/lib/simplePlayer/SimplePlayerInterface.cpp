@@ -31,6 +31,7 @@ bool FakePlayer::startPlayback()
 
 bool FakePlayer::pausePlayback()
 {
+    // One body for both, and never that of a class which derives from this one.
     return FakePlayer::startPlayback();
 }
 
@@ -57,6 +58,8 @@ SimplePlayerImpl::SimplePlayerImpl(const QString& itemToken, const QString& outp
 
 SimplePlayerImpl::~SimplePlayerImpl()
 {
+    // The entry line stands at INFO and the leave line at TRACE: a log that is not traced tells of
+    // the end of a player once.
     LOG_ENTER(INFO, "destructor ", token);
     releaseGstPipeline();
     LOG_LEAVE(TRACE, "destructor ", token);
@@ -74,6 +77,7 @@ bool SimplePlayerImpl::setupGstPipeline()
     // dispatcher iterates. Its id is not kept: the bus knows its watch.
     gst_bus_add_watch(gst::Bus(gst_element_get_bus(pipeline)).get(), staticBusWatch, this);
     initialized = initPipeline(pipeline);
+    // Logged for a failed build too, with "ret: 0".
     LOG_LEAVE(TRACE, "ret: ", initialized, " token: ", token);
     return initialized;
 }
@@ -147,13 +151,14 @@ void SimplePlayerImpl::releaseGstPipeline()
     LOG_ENTER(TRACE, "token: ", token);
     if (!pipeline) {
         LOG_LINE(TRACE, "Pipeline is already released");
-        return;
+        return; // nothing was done: no leave line
     }
     LOG_LINE(TRACE, "Releasing active playback pipeline");
     gst_element_set_state(pipeline, GST_STATE_NULL);
     // When this is called by the watch itself, GLib keeps the source alive until it returns.
     gst_bus_remove_watch(gst::Bus(gst_element_get_bus(pipeline)).get());
     gst_object_unref(pipeline);
+    // `initialized` stays as it is: the missing pipeline alone tells that nothing is live.
     pipeline = nullptr;
     LOG_LEAVE(TRACE, "token: ", token);
 }
@@ -275,6 +280,7 @@ void SimplePlayerImpl::on_sendPlaybackEnded(bool stop, const QString& error)
 void printGstStateChangeMessage(GstMessage* message, GstState oldState, GstState newState,
                                 GstState pendingState)
 {
+    // The name is fetched whatever the log level is; only the line waits for TRACE.
     GstObject* source = GST_MESSAGE_SRC(message);
     const gst::Text sourceName(source ? gst_object_get_name(source) : nullptr);
     // Three blanks in the finished line between "change:" and "src:" are part of its format.

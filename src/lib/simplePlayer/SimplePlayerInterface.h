@@ -13,11 +13,18 @@
 /// inside a call of the client. The signals carry the `token` that the client chose, so that it
 /// can tell its players apart. Destroying a player at any time is safe and emits no outcome.
 ///
+/// There are two exceptions: FakePlayer emits from inside stopPlayback(), every time; and a
+/// DataSimplePlayer whose data GStreamer refuses emits playbackErrorReported() from one of
+/// GStreamer's threads, each time, beside its one outcome.
+///
 /// The thread that makes a player owns it: it calls all functions, and it must run a Qt event loop
 /// on GLib's dispatcher (Qt's default on Linux; QT_NO_GLIB must not be set), because GStreamer's
 /// messages arrive through it. Without such a loop no outcome is ever reported.
 ///
-/// A player may be deleted in a slot of its own signals with deleteLater().
+/// In a slot of its own signals, delete a player with deleteLater(). A plain `delete` there is
+/// survived, because nothing of the player is touched after the emission, but other receivers of
+/// the signal may not hear of the outcome then; and in a slot that runs on one of GStreamer's
+/// threads it is an error.
 ///
 /// The order of members, virtual functions and signals is binary interface; so are their names.
 class KOVA_SIMPLEPLAYER_EXPORT SimplePlayer : public QObject

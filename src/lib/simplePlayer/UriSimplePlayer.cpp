@@ -117,11 +117,14 @@ void UriSimplePlayerImpl::newPadCallback(GstPad* pad)
 
 bool UriSimplePlayerImpl::restartPlayback()
 {
+    // At DEBUG, unlike the other operations here: each pass of a loop shows in a log that is not
+    // traced.
     LOG_ENTER(DEBUG, "Seeking back to beginning");
     GstEvent* seek =
         gst_event_new_seek(1.0, GST_FORMAT_TIME, GST_SEEK_FLAG_FLUSH, GST_SEEK_TYPE_SET, 0,
                            GST_SEEK_TYPE_NONE, static_cast<gint64>(GST_CLOCK_TIME_NONE));
-    // Sent to the decoder and not to the pipeline, on purpose.
+    // Sent to the decoder and not to the pipeline, on purpose. Not tested for null: this is called
+    // when a stream has ended, and a stream comes from the decoder.
     if (!gst_element_send_event(uriDecodeBin, seek)) {
         LOG_LINE(ERROR, "Failed to seek to beginning");
         return false;

@@ -16,10 +16,11 @@ public:
     ///                one counts from the current directory of this moment) or by "file://"
     ///                followed by its path. No percent escape is decoded, and the schemes are
     ///                recognised in lower case only. A file that does not exist is logged now and
-    ///                makes startPlayback() return false.
+    ///                makes startPlayback() return false. A web address is cut off at a null
+    ///                character; no file has one in its name.
     /// @param token   the identifier that the signals and the log carry
     /// @param device  the ALSA device to play on, "default" for instance; there is no default for
-    ///                an empty name
+    ///                an empty name. It is cut off at a null character
     /// @param parent  the owner in the sense of QObject, or null
     UriSimplePlayer(const QString& uri, const QString& token, const QString& device,
                     QObject* parent = nullptr);

@@ -29,7 +29,8 @@ public:
 protected:
     UriSimplePlayer* uriPlayer; ///< the same object as `player`; not owned
     // Owned by the pipeline once it holds them; written before it leaves the NULL state, so that
-    // streaming threads may read them.
+    // streaming threads may read them. They dangle once the pipeline is released: only what the
+    // pipeline itself calls (its pads, its bus) uses them, and the next build makes new ones.
     GstElement* uriDecodeBin = nullptr;
     GstElement* queue = nullptr;
     GstElement* sink = nullptr;
