@@ -189,12 +189,14 @@ void TestBusWatch::stopAfterErrorIsDroppedAsNotInitialized()
 void TestBusWatch::endOfStreamIsReportedAsEndAndKeepsThePipeline()
 {
     const GstObject* before = pipeline();
+    const QSignalSpy reports(player->engine, &SimplePlayerImpl::sendPlaybackEnded);
     handle(gst_message_new_eos(pipeline()));
     QCOMPARE(pipeline(), before);
     QCOMPARE(log->lines(),
              (QStringList{"TRACE EOS received at gst busT",
                           "TRACE reporting playback end due to EOS", "DEBUG token: T"}));
     QCOMPARE(player->engine->restarts, 0);
+    QVERIFY(reports.value(0).value(1).toString().isNull());
     QCOMPARE(outcomes->all, QStringList());
     QCoreApplication::processEvents();
     QCOMPARE(outcomes->all, QStringList{"ended T"});

@@ -7,6 +7,7 @@
 
 #include <QtCore/QProcess>
 #include <QtCore/QRegularExpression>
+#include <QtCore/QThread>
 #include <QtTest/QtTest>
 
 #include <cstdio>
@@ -103,6 +104,7 @@ private Q_SLOTS:
     void startIsLoggedWithSetupAndNothingElse();
     void startFailsWithoutAPipeline();
     void failedPipelineLeavesTheLastBuildsResult();
+    void lastBuildDecides();
     void startFailsWhenBuildingFails();
     void startAfterFailedBuildGoesOnWithTheHalfBuiltPipeline();
     void halfBuiltPipelineIsWatched();
@@ -135,6 +137,7 @@ private Q_SLOTS:
     void destructionInEveryStateEmitsNothing_data();
     void destructionInEveryStateEmitsNothing();
     void startAfterErrorBuildsAFreshPipelineWhoseEndIsNeverSignalled();
+    void engineIsServedByTheThreadThatMadeIt();
 };
 
 void TestEngineOperations::cleanup()
@@ -267,6 +270,20 @@ void TestEngineOperations::failedPipelineLeavesTheLastBuildsResult()
     QVERIFY(!scene.engine.startPlayback());
     QVERIFY(scene.engine.initialized);
     QVERIFY(!scene.engine.pipelineInitialized());
+}
+
+void TestEngineOperations::lastBuildDecides()
+{
+    const Scene scene;
+    QVERIFY(scene.engine.startPlayback());
+    scene.engine.releaseGstPipeline();
+    scene.engine.build = [](GstElement*) { return false; };
+    QVERIFY(!scene.engine.startPlayback());
+    QVERIFY(!scene.engine.initialized);
+    scene.engine.releaseGstPipeline();
+    scene.engine.build = TestEngine::addEndlessSource;
+    QVERIFY(scene.engine.startPlayback());
+    QVERIFY(scene.engine.initialized);
 }
 
 void TestEngineOperations::startFailsWhenBuildingFails()
@@ -672,6 +689,24 @@ void TestEngineOperations::startAfterErrorBuildsAFreshPipelineWhoseEndIsNeverSig
                              patience);
     QCOMPARE(scene.engine.builds, 2);
     QCOMPARE(scene.outcomes.all, QStringList{"error T: broken"});
+}
+
+void TestEngineOperations::engineIsServedByTheThreadThatMadeIt()
+{
+    QStringList outcomesThere;
+    const std::unique_ptr<QThread> owner(QThread::create([&outcomesThere] {
+        TestPlayer player;
+        const Outcomes outcomes(&player);
+        player.engine->build = TestEngine::addShortSource;
+        player.startPlayback();
+        if (QTest::qWaitFor([&outcomes] { return !outcomes.all.isEmpty(); }, patience)) {
+            outcomesThere = outcomes.all;
+        }
+    }));
+    owner->start();
+    // This thread's event loop stands still meanwhile: nothing can arrive through it.
+    QVERIFY(owner->wait());
+    QCOMPARE(outcomesThere, QStringList{"ended T"});
 }
 
 /// What the other process of constructionInitialisesGStreamer() does.

@@ -69,7 +69,8 @@ std::size_t firstFreeSlot()
     return virtualSlot(&Extended<Base>::added);
 }
 
-/// An object in memory that was full of ones: a member that its constructor forgot shows.
+/// An object in memory whose every byte was one, so that a flag which its constructor forgot is
+/// true, and a pointer not null.
 template <typename Object>
 class OverOnes
 {
@@ -79,7 +80,7 @@ public:
     {
         // Volatile, because writing where an object is about to begin is for nothing otherwise.
         for (volatile unsigned char& byte : memory) {
-            byte = 0xff;
+            byte = 1;
         }
         object = new (memory) Object(std::forward<Arguments>(arguments)...);
     }
@@ -234,6 +235,9 @@ void TestInterface::playersHaveTheParentTheyAreGiven()
     QCOMPARE((new UriSimplePlayer(QString(), QStringLiteral("T"), QString(), &parent))->parent(),
              &parent);
     QCOMPARE((new DataSimplePlayer("data", QStringLiteral("T"), QString(), &parent))->parent(),
+             &parent);
+    QCOMPARE((new StreamSimplePlayer(QString(), QString(), QStringLiteral("T"), QString(), &parent))
+                 ->parent(),
              &parent);
 }
 

@@ -1,5 +1,6 @@
 #include "support/GstFaults.h"
 #include "support/GstLeaks.h"
+#include "support/Latin1Locale.h"
 #include "support/LogCapture.h"
 #include "support/TestProcess.h"
 
@@ -119,6 +120,7 @@ void TestOutputChain::deviceIsSetAsUtf8()
 {
     QFETCH(QString, device);
     QFETCH(QByteArray, inSink);
+    const Latin1Locale locale;
     Chain chain;
     QVERIFY(chain.chain.make(device));
     gchar* set = nullptr;

@@ -20,6 +20,7 @@ private Q_SLOTS:
 
     void reportBecomesTheSignalThatFits_data();
     void reportBecomesTheSignalThatFits();
+    void internalSignalCarriesTheReport();
     void reportIsLogged();
     void laterReportsAreLoggedAndDropped();
     void reportsQueuedBackToBackGiveTheFirstOnesSignal();
@@ -62,6 +63,20 @@ void TestReporting::reportBecomesTheSignalThatFits()
     QCOMPARE(outcomes.all, QStringList());
     QCoreApplication::processEvents();
     QCOMPARE(outcomes.all, QStringList{outcome});
+}
+
+void TestReporting::internalSignalCarriesTheReport()
+{
+    TestPlayer player;
+    const QSignalSpy reports(player.engine, &SimplePlayerImpl::sendPlaybackEnded);
+    player.engine->reportPlaybackEnded(QStringLiteral("reason"));
+    player.engine->reportPlaybackEnded(QString());
+    player.engine->reportPlaybackStopped();
+    QCOMPARE(reports,
+             (QList<QVariantList>{
+                 {false, QStringLiteral("reason")}, {false, QString()}, {true, QString()}}));
+    QVERIFY(reports.at(1).at(1).toString().isNull());
+    QVERIFY(reports.at(2).at(1).toString().isNull());
 }
 
 void TestReporting::reportIsLogged()

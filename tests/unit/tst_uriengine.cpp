@@ -1,6 +1,7 @@
 #include "unit/TestEngine.h"
 
 #include "support/GstLeaks.h"
+#include "support/Latin1Locale.h"
 #include "support/LogCapture.h"
 #include "support/Outcomes.h"
 #include "support/TestProcess.h"
@@ -67,6 +68,7 @@ private Q_SLOTS:
     void missingFileIsLoggedAsTheClientNamedIt();
     void noFileHasANullCharacterInItsName();
     void frontObjectForwardsToItsEngine();
+    void frontObjectForwardsSuccessToo();
 
     void pipelineHasItsElements();
     void uriIsSetAsUtf8_data();
@@ -77,6 +79,7 @@ private Q_SLOTS:
     void emptyUriIsRefusedAtStart();
     void missingElementEndsTheBuilding_data();
     void missingElementEndsTheBuilding();
+    void missingElementLeavesItsMemberNull();
     void chainThatCannotBeLinkedEndsTheBuilding();
 
     void audioPadIsLinkedToTheQueue();
@@ -213,6 +216,17 @@ void TestUriEngine::frontObjectForwardsToItsEngine()
     QCOMPARE(outcomes.all, QStringList{"error T: Not initialized"});
 }
 
+void TestUriEngine::frontObjectForwardsSuccessToo()
+{
+    UriSimplePlayer player(file, QStringLiteral("T"), QStringLiteral("null"));
+    const Outcomes outcomes(&player);
+    QVERIFY(player.startPlayback());
+    QVERIFY(player.pausePlayback());
+    QVERIFY(player.stopPlayback());
+    QCoreApplication::processEvents();
+    QCOMPARE(outcomes.all, QStringList{"stopped T"});
+}
+
 void TestUriEngine::pipelineHasItsElements()
 {
     Scene scene(file, QStringLiteral("the device"));
@@ -259,7 +273,8 @@ void TestUriEngine::uriIsSetAsUtf8()
 {
     QFETCH(QString, item);
     QFETCH(QByteArray, uri);
-    Scene scene(item);
+    Scene scene(item); // finds its file in the encoding that it was made in
+    const Latin1Locale locale;
     QVERIFY(scene.engine->setupGstPipeline());
     gchar* set = nullptr;
     g_object_get(scene.engine->uriDecodeBin, "uri", &set, nullptr);
@@ -334,6 +349,22 @@ void TestUriEngine::missingElementEndsTheBuilding()
     QStringList abandoned = made.mid(0, int(factories.indexOf(factory)));
     abandoned.sort();
     QCOMPARE(freeAbandonedGstElements(), abandoned);
+}
+
+void TestUriEngine::missingElementLeavesItsMemberNull()
+{
+    // Also when the member still points to what an earlier pipeline took with it.
+    for (const char* factory : {"alsasink", "queue", "uridecodebin"}) {
+        Scene scene(file);
+        QVERIFY(scene.engine->setupGstPipeline());
+        scene.engine->releaseGstPipeline();
+        const MissingFactory missing(factory);
+        QVERIFY(!scene.engine->setupGstPipeline());
+        QCOMPARE(scene.engine->uriDecodeBin == nullptr, !qstrcmp(factory, "uridecodebin"));
+        QVERIFY(scene.engine->queue == nullptr || qstrcmp(factory, "queue") != 0);
+        QVERIFY(scene.engine->sink == nullptr || qstrcmp(factory, "alsasink") != 0);
+    }
+    freeAbandonedGstElements();
 }
 
 void TestUriEngine::chainThatCannotBeLinkedEndsTheBuilding()
