@@ -218,11 +218,21 @@ void TestUriEngine::frontObjectForwardsToItsEngine()
 
 void TestUriEngine::frontObjectForwardsSuccessToo()
 {
+    LogCapture log;
     UriSimplePlayer player(file, QStringLiteral("T"), QStringLiteral("null"));
     const Outcomes outcomes(&player);
+    log.setThreshold(log4cplus::INFO_LOG_LEVEL);
+    log.clear();
     QVERIFY(player.startPlayback());
     QVERIFY(player.pausePlayback());
     QVERIFY(player.stopPlayback());
+    QStringList calls;
+    for (const char* call : {"startPlayback", "pausePlayback", "stopPlayback"}) {
+        const QByteArray function = QByteArray("SimplePlayerImpl::") + call;
+        calls << enterLine("INFO", function.constData(), "token: T")
+              << leaveLine("INFO", function.constData(), "token: T");
+    }
+    QCOMPARE(log.lines(), calls);
     QCoreApplication::processEvents();
     QCOMPARE(outcomes.all, QStringList{"stopped T"});
 }
