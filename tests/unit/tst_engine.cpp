@@ -515,7 +515,9 @@ void TestEngineOperations::stopFailsWhenNullIsRefused()
                           "ERROR stop state change failed", "DEBUG token: T"}));
     scene.runEventLoop();
     QCOMPARE(scene.outcomes.all, QStringList{"error T: stop failed"});
+    // The pipeline stays as it is: the client may try again.
     stopRefusing(stubborn);
+    QVERIFY(scene.player.stopPlayback());
 }
 
 void TestEngineOperations::stopAfterEndIsTrueAndReportsNothingMore()
