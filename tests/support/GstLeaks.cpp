@@ -1,4 +1,5 @@
 #include "support/GstLeaks.h"
+#include "support/Waiting.h"
 
 #include <QtCore/QDeadlineTimer>
 #include <QtCore/QThread>
@@ -107,7 +108,8 @@ QStringList leakedGstObjects(const QStringList& expected)
 {
     static QStringList alreadyReported;
     QStringList leaked;
-    const QDeadlineTimer deadline(30000); // several leaks must fit into the time of one program
+    // Once the program has failed, its further leaks need not be told from slow threads.
+    const QDeadlineTimer deadline(alreadyReported.isEmpty() ? patience : 1000);
     do {
         leaked = liveGstObjects();
         for (const QString& name : expected + alreadyReported) {

@@ -381,9 +381,16 @@ void TestEngineOperations::pauseThenStartResumes()
     QCOMPARE(settledState(scene.engine.pipeline), GST_STATE_PLAYING);
     scene.player.pausePlayback();
     QCOMPARE(settledState(scene.engine.pipeline), GST_STATE_PAUSED);
+    const auto stateChanges = [&scene] { return scene.log.texts("TRACE").filter(" old: "); };
+    QTRY_VERIFY_WITH_TIMEOUT(!stateChanges().filter("new: PAUSED pending: VOID_PENDING").isEmpty(),
+                             patience);
+    scene.log.clear();
     QVERIFY(scene.player.startPlayback());
     QCOMPARE(settledState(scene.engine.pipeline), GST_STATE_PLAYING);
     QCOMPARE(scene.engine.builds, 1);
+    // On the way it does not fall back below PAUSED, which would lose the position.
+    QTRY_VERIFY_WITH_TIMEOUT(!stateChanges().filter("new: PLAYING").isEmpty(), patience);
+    QCOMPARE(stateChanges().size(), 1);
 }
 
 void TestEngineOperations::pauseBeforeStartFails()
@@ -527,6 +534,7 @@ void TestEngineOperations::stopAfterEndIsTrueAndReportsNothingMore()
     scene.player.startPlayback();
     QTRY_COMPARE_WITH_TIMEOUT(scene.outcomes.all, QStringList{"ended T"}, patience);
     QVERIFY(scene.player.stopPlayback());
+    QCOMPARE(settledState(scene.engine.pipeline), GST_STATE_NULL); // the device is given back
     scene.runEventLoop();
     QCOMPARE(scene.log.texts("DEBUG").last(), QStringLiteral("End of playback already reported"));
     QCOMPARE(scene.outcomes.all, QStringList{"ended T"});

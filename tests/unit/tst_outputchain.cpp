@@ -30,6 +30,7 @@ private Q_SLOTS:
     void audioPadIsLinkedToTheQueue();
     void padIsJudgedByTheNameOfItsFirstStructure_data();
     void padIsJudgedByTheNameOfItsFirstStructure();
+    void padIsJudgedByWhatItCarriesNow();
     void linkedPadIsLeftAlone();
     void secondAudioPadFindsTheQueueTaken();
 };
@@ -228,6 +229,21 @@ void TestOutputChain::padIsJudgedByTheNameOfItsFirstStructure()
              audio ? DecodedPad::Offered : DecodedPad::NotAudio);
     QCOMPARE(bool(gst_pad_is_linked(pad.get())), audio);
     QCOMPARE(log.lines(), audio ? QStringList() : QStringList{"WARN skipping why uri"});
+}
+
+void TestOutputChain::padIsJudgedByWhatItCarriesNow()
+{
+    // A decoder's pads could carry anything until it has settled on something.
+    const Element queue = makeQueue();
+    const Pad pad(GST_PAD(gst_object_ref_sink(gst_pad_new("src", GST_PAD_SRC))), gst_object_unref);
+    gst_pad_use_fixed_caps(pad.get());
+    gst_pad_set_active(pad.get(), TRUE);
+    GstCaps* caps = gst_caps_new_empty_simple("audio/x-raw");
+    gst_pad_push_event(pad.get(), gst_event_new_stream_start("stream"));
+    gst_pad_push_event(pad.get(), gst_event_new_caps(caps));
+    gst_caps_unref(caps);
+    QCOMPARE(linkDecodedPad(pad.get(), queue.get(), "skipped"), DecodedPad::Offered);
+    QVERIFY(gst_pad_is_linked(pad.get()));
 }
 
 void TestOutputChain::linkedPadIsLeftAlone()
