@@ -134,6 +134,9 @@ void TestUriEngine::uriIsMadeFromTheItem_data()
                                              << "file://" + folder + "a b.wav"
                                              << "File URI: ";
     QTest::newRow("file URI") << "file://" + file << "file://" + file << "File URI: ";
+    QTest::newRow("file URI with dots") << "file://" + folder + "folder/../a b.wav"
+                                        << "file://" + folder + "a b.wav"
+                                        << "File URI: ";
     QTest::newRow("file URI of a relative path") << "file://a b.wav"
                                                  << "file://" + folder + "a b.wav"
                                                  << "File URI: ";
@@ -179,6 +182,8 @@ void TestUriEngine::missingFileIsLoggedAsTheClientNamedIt_data()
     QTest::newRow("empty") << "";
     QTest::newRow("bare file scheme") << "file://";
     QTest::newRow("blank before a web URI") << " http://host/";
+    QTest::newRow("blank before a path") << " a b.wav";
+    QTest::newRow("blank behind a path") << "a b.wav ";
 }
 
 void TestUriEngine::missingFileIsLoggedAsTheClientNamedIt()
