@@ -841,11 +841,6 @@ void TestKovaPlay::fakeItemsStopAtOnce()
 
 void TestKovaPlay::fileAndStandardInputPlayFromMemory()
 {
-#ifdef __SANITIZE_THREAD__
-    QSKIP(
-        "GStreamer's reference counts, which hand a chunk from thread to thread, are invisible to "
-        "ThreadSanitizer");
-#endif
     const VirtualCard card("card");
     Program program({"-d", card.device(), "--data", two, "-"});
     program.setStandardInputFile(one);

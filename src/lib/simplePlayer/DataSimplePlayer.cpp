@@ -157,6 +157,12 @@ void DataSimplePlayerImpl::endStream()
     data.clear();
 }
 
+/// Gives back the reference that a chunk holds. Runs on any thread, also when the engine is gone.
+static void releaseArray(gpointer array)
+{
+    const QByteArray last(QByteArrayDataPtr{static_cast<QByteArrayData*>(array)}); // takes it over
+}
+
 /// A chunk at the current offset: a read-only view of the array, which lives until the last chunk
 /// is gone.
 GstBuffer* DataSimplePlayerImpl::makeBuffer(guint length)
@@ -165,12 +171,13 @@ GstBuffer* DataSimplePlayerImpl::makeBuffer(guint length)
         data.detach(); // the one copy, and only if somebody else still holds the array
         detached = true;
     }
-    // From here on the chunks hold the array too, so that asking for writable bytes would copy it
-    // again and again.
-    GstMemory* memory = gst_memory_new_wrapped(
-        GST_MEMORY_FLAG_READONLY, const_cast<char*>(data.constData()),
-        static_cast<gsize>(data.size()), static_cast<gsize>(offset), length, new QByteArray(data),
-        [](gpointer array) { delete static_cast<QByteArray*>(array); });
+    // A chunk holds a reference of the array's own count, so that nothing is allocated for it. With
+    // chunks alive, asking for writable bytes would copy the array again and again.
+    data.data_ptr()->ref.ref();
+    GstMemory* memory =
+        gst_memory_new_wrapped(GST_MEMORY_FLAG_READONLY, const_cast<char*>(data.constData()),
+                               static_cast<gsize>(data.size()), static_cast<gsize>(offset), length,
+                               data.data_ptr(), releaseArray);
     GstBuffer* buffer = gst_buffer_new();
     gst_buffer_append_memory(buffer, memory);
     GST_BUFFER_OFFSET(buffer) = offset;
