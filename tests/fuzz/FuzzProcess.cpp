@@ -30,7 +30,7 @@ static void judgeCritical(const gchar* domain, GLogLevelFlags level, const gchar
     }
     std::fprintf(stderr, "critical: %s: %s\n", domain ? domain : "", message);
     require(QThread::currentThread() != QCoreApplication::instance()->thread() ||
-                isAboutText(message) || isCriticalOfGStreamerItself(domain, message),
+                isAboutText(message) || isComplaintOfGStreamerItself(message),
             "GStreamer is called as it wants to be");
 }
 

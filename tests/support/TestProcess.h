@@ -25,11 +25,9 @@ private:
     QTemporaryDir folder;
 };
 
-/// Whether a GLib critical is one of those that GStreamer 1.22 itself gives cause for: an event is
-/// given no valid sequence number when Ogg or Opus comes from a source that cannot seek, and a
-/// source is asked for its format too late when a pipeline stops while decodebin is being built.
-/// Playback is not affected.
-bool isCriticalOfGStreamerItself(const char* domain, const char* message);
+/// Whether the text of a GLib critical is one that GStreamer 1.22 itself gives cause for, without
+/// any harm to playback.
+bool isComplaintOfGStreamerItself(const char* critical);
 
 /// The main() of a test program that runs the tests of one class. The class's constructor may still
 /// change the environment that GStreamer is initialised in.

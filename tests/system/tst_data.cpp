@@ -10,9 +10,6 @@
 #include <QtCore/QRandomGenerator>
 #include <QtTest/QtTest>
 
-#include <glib.h>
-
-#include <cstring>
 #include <memory>
 #include <utility>
 #include <vector>
@@ -106,21 +103,8 @@ static QStringList withoutRefusals(QStringList outcomes)
     return outcomes;
 }
 
-static GLogFunc previousLogHandler = nullptr;
-
-/// When a player is destroyed while its decoder is still being put together, GStreamer starts the
-/// source once more on its way down, and complains about itself. It does no harm.
-static void passOverSourceFormat(const gchar* domain, GLogLevelFlags level, const gchar* message,
-                                 gpointer data)
-{
-    if (!message || !std::strstr(message, "gst_base_src_set_format: assertion")) {
-        previousLogHandler(domain, level, message, data);
-    }
-}
-
 void TestData::initTestCase()
 {
-    previousLogHandler = g_log_set_default_handler(passOverSourceFormat, nullptr);
     prepareLeakCheck();
     sound = media::noise(SampleFormat::S16, 48000, 2, 48000);
     item = media::wavBytes(sound);
