@@ -7,9 +7,13 @@
 #include <simplePlayer/DataSimplePlayer.h>
 
 #include <QtCore/QDeadlineTimer>
+#include <QtCore/QDir>
 #include <QtCore/QRandomGenerator>
 #include <QtTest/QtTest>
 
+#include <glib.h>
+
+#include <algorithm>
 #include <memory>
 #include <utility>
 #include <vector>
@@ -29,6 +33,7 @@ private Q_SLOTS:
     void losslessItemArrivesBitExact();
     void lossyItemArrivesWhole_data();
     void lossyItemArrivesWhole();
+    void largeItemPlaysToItsEnd();
     void largeItemPlaysUntilStopped();
 
     void whatIsNoSoundIsReported_data();
@@ -38,8 +43,10 @@ private Q_SLOTS:
 
     void callerDoesWhatItLikesWithItsArray_data();
     void callerDoesWhatItLikesWithItsArray();
+    void borrowedBytesMayGoOnceTheyAreHeard();
 
     void pauseHoldsAndStartResumes();
+    void pausedItemPlaysToItsEnd();
     void stopAndStartPlaysFromTheBeginning();
     void endStopAndStartPlaysAgain();
     void loopIsRefused();
@@ -47,8 +54,10 @@ private Q_SLOTS:
     void tenAtOnceAllPlayWhole();
     void oneArrayServesManyPlayers();
 
-    void destroyedInAnyStateIsSilent_data();
-    void destroyedInAnyStateIsSilent();
+    void destroyedSoonIsSilent_data();
+    void destroyedSoonIsSilent();
+    void destroyedLaterIsSilent_data();
+    void destroyedLaterIsSilent();
 
 private:
     media::Pcm sound; ///< one second of noise
@@ -180,10 +189,27 @@ void TestData::lossyItemArrivesWhole()
     QVERIFY(qAbs(media::loudness(played) / media::loudness(tone) - 1.0) < 0.1);
 }
 
+/// 64 MiB of noise.
+static media::Pcm largeSound(SampleFormat format, int rate, int channels)
+{
+    media::Pcm large{format, rate, channels, QByteArray()};
+    const int frames = (1 << 20) / large.frameSize();
+    large.samples = media::noise(format, rate, channels, frames).samples.repeated(64);
+    return large;
+}
+
+void TestData::largeItemPlaysToItsEnd()
+{
+    // As many bytes as a second can have: what plays longer only takes longer.
+    const media::Pcm large = largeSound(SampleFormat::S32, 192000, 8);
+    const VirtualCard card("card");
+    QCOMPARE(play(media::wavBytes(large), card), ended());
+    QVERIFY(media::withoutTrailingSilence(card.samples(), large.frameSize()) == large.samples);
+}
+
 void TestData::largeItemPlaysUntilStopped()
 {
-    media::Pcm large = media::noise(SampleFormat::S16, 48000, 2, 1 << 18);
-    large.samples = large.samples.repeated(64); // 64 MiB
+    const media::Pcm large = largeSound(SampleFormat::S16, 48000, 2);
     const VirtualCard card("card");
     PlayerProbe probe(makePlayer(media::wavBytes(large), card));
     QVERIFY(probe->startPlayback());
@@ -304,38 +330,91 @@ void TestData::callerDoesWhatItLikesWithItsArray()
     QVERIFY(deed != "keeps" || bytes == item);
 }
 
+void TestData::borrowedBytesMayGoOnceTheyAreHeard()
+{
+    std::vector<char> lent(item.begin(), item.end());
+    const VirtualCard card("card");
+    PlayerProbe probe(
+        makePlayer(QByteArray::fromRawData(lent.data(), static_cast<int>(lent.size())), card));
+    QVERIFY(probe->startPlayback());
+    QVERIFY(waitForFrames(card, 1));
+    std::fill(lent.begin(), lent.end(), 'x');
+    lent = std::vector<char>();
+    QCOMPARE(probe.finish(), ended());
+    QVERIFY(heard(card) == sound.samples);
+}
+
 // ---- Pause, stop and start ---------------------------------------------------------------------
 
+/// Pauses and waits until the whole pipeline has come to rest.
+static bool pauseAndWait(const PlayerProbe& probe)
+{
+    const LogCapture log;
+    const QString atRest("old: PLAYING new: PAUSED pending: VOID_PENDING");
+    return probe->pausePlayback() &&
+           waitFor([&] { return log.texts("TRACE").filter(atRest).size() == 1; });
+}
+
 void TestData::pauseHoldsAndStartResumes()
+{
+    // Minutes in real time: the end cannot come in between.
+    const media::Pcm large = largeSound(SampleFormat::S16, 48000, 2);
+    VirtualCard::Settings settings;
+    settings.speed = 1.0;
+    const VirtualCard card("card", settings);
+    PlayerProbe probe(makePlayer(media::wavBytes(large), card));
+    QVERIFY(probe->startPlayback());
+    QVERIFY(waitForFrames(card, 4800));
+    QVERIFY(pauseAndWait(probe));
+    const qint64 before = card.frames();
+    deliverQueuedEvents();
+    QCOMPARE(probe.outcomes.all, QStringList());
+    QCOMPARE(card.frames(), before);
+
+    QVERIFY(probe->startPlayback());
+    QVERIFY(waitForFrames(card, before + 4800));
+    QVERIFY(probe->stopPlayback());
+    QCOMPARE(withoutRefusals(probe.finish()), stopped());
+    QVERIFY(large.samples.startsWith(heard(card)));
+}
+
+void TestData::pausedItemPlaysToItsEnd()
 {
     const VirtualCard card("card");
     PlayerProbe probe(makePlayer(item, card));
     QVERIFY(probe->startPlayback());
     QVERIFY(waitForFrames(card, 4800));
-    QVERIFY(probe->pausePlayback());
-    deliverQueuedEvents();
-    QCOMPARE(probe.outcomes.all, QStringList());
+    QVERIFY(pauseAndWait(probe));
     QVERIFY(probe->startPlayback());
     QCOMPARE(probe.finish(), ended());
     QVERIFY(heard(card) == sound.samples);
 }
 
+/// A card that stands still after a tenth of a second: no item comes to its end.
+static VirtualCard::Settings standingStill()
+{
+    VirtualCard::Settings settings;
+    settings.stallAfter = 4800;
+    return settings;
+}
+
 void TestData::stopAndStartPlaysFromTheBeginning()
 {
     const LogCapture log;
-    const VirtualCard card("card");
-    PlayerProbe probe(makePlayer(item, card));
+    auto card = std::make_unique<VirtualCard>("card", standingStill());
+    PlayerProbe probe(makePlayer(item, *card));
     QVERIFY(probe->startPlayback());
-    QVERIFY(waitForFrames(card, 4800));
+    QVERIFY(waitForFrames(*card, 4800));
     QVERIFY(probe->stopPlayback());
-    const QByteArray firstPass = card.samples();
     QVERIFY(probe.waitForOutcome());
+    QVERIFY(heard(*card) == sound.samples.left(4 * 4800));
 
+    card.reset();
+    card = std::make_unique<VirtualCard>("card");
     QVERIFY(probe->startPlayback());
     QVERIFY(waitFor([&log] { return countEnds(log) == 1; }));
     QCOMPARE(withoutRefusals(probe.finish()), stopped());
-    QVERIFY(sound.samples.startsWith(media::withoutTrailingSilence(firstPass, 4)));
-    QVERIFY(heard(card).mid(firstPass.size()) == sound.samples);
+    QVERIFY(heard(*card) == sound.samples);
 }
 
 void TestData::endStopAndStartPlaysAgain()
@@ -399,65 +478,141 @@ void TestData::oneArrayServesManyPlayers()
 
 // ---- Destruction -------------------------------------------------------------------------------
 
-/// Brings a player into a state, and tells how often that is done: 2000 times in all, or as often
-/// as a slow machine or checker gets to in its time.
-struct State
+namespace {
+
+/// What a process holds beyond its memory: its descriptors and threads. GLib keeps the threads of
+/// pipelines for a while, unless it is told not to.
+struct Holdings
+{
+    static Holdings now()
+    {
+        g_thread_pool_stop_unused_threads();
+        return {countIn("/proc/self/fd"), countIn("/proc/self/task")};
+    }
+
+    static int countIn(const char* folder)
+    {
+        return static_cast<int>(QDir(folder).entryList(QDir::AllEntries | QDir::System).size());
+    }
+
+    bool within(const Holdings& others) const
+    {
+        return descriptors <= others.descriptors && threads <= others.threads;
+    }
+
+    int descriptors;
+    int threads;
+};
+
+/// Brings a player that was just made into a state, and tells how often that is done: 2000 times in
+/// all, or as often as a slow machine or checker gets to in its time.
+struct EarlyState
 {
     void (*enter)(SimplePlayer& player);
     int rounds;
-    bool stops = false; ///< whether the player is stopped on the way
 };
-Q_DECLARE_METATYPE(State)
 
-static void start(SimplePlayer& player)
+} // namespace
+Q_DECLARE_METATYPE(EarlyState)
+
+void TestData::destroyedSoonIsSilent_data()
 {
-    player.startPlayback();
+    QTest::addColumn<EarlyState>("state");
+    const auto row = [](const char* name, int rounds, void (*enter)(SimplePlayer&)) {
+        QTest::newRow(name) << EarlyState{enter, rounds};
+    };
+    row("never started", 300, [](SimplePlayer&) {});
+    row("started", 600, [](SimplePlayer& player) { player.startPlayback(); });
+    row("starting, messages delivered", 600, [](SimplePlayer& player) {
+        player.startPlayback();
+        deliverQueuedEvents();
+    });
+    row("paused", 300, [](SimplePlayer& player) {
+        player.startPlayback();
+        player.pausePlayback();
+    });
+    row("stopped", 100, [](SimplePlayer& player) {
+        player.startPlayback();
+        player.stopPlayback();
+    });
+    row("stopped and started", 100, [](SimplePlayer& player) {
+        player.startPlayback();
+        player.stopPlayback();
+        player.startPlayback();
+    });
 }
 
-void TestData::destroyedInAnyStateIsSilent_data()
+void TestData::destroyedSoonIsSilent()
 {
-    QTest::addColumn<State>("state");
-    QTest::newRow("never started") << State{[](SimplePlayer&) {}, 300};
-    QTest::newRow("started") << State{start, 600};
-    QTest::newRow("starting, messages delivered") << State{[](SimplePlayer& player) {
-                                                               player.startPlayback();
-                                                               deliverQueuedEvents();
-                                                           },
-                                                           600};
-    QTest::newRow("paused") << State{[](SimplePlayer& player) {
-                                         player.startPlayback();
-                                         player.pausePlayback();
-                                     },
-                                     300};
-    QTest::newRow("stopped") << State{[](SimplePlayer& player) {
-                                          player.startPlayback();
-                                          player.stopPlayback();
-                                      },
-                                      100, true};
-    QTest::newRow("stopped and started") << State{[](SimplePlayer& player) {
-                                                      player.startPlayback();
-                                                      player.stopPlayback();
-                                                      player.startPlayback();
-                                                  },
-                                                  100, true};
-}
-
-void TestData::destroyedInAnyStateIsSilent()
-{
-    QFETCH(State, state);
+    QFETCH(EarlyState, state);
     const VirtualCard card("card");
+    const QDeadlineTimer budget(2000);
     QByteArray kept;
-    const QDeadlineTimer budget(1000);
-    for (int round = 0; round < state.rounds && !(round > 0 && budget.hasExpired()); ++round) {
+    Holdings before{0, 0};
+    int round = 0;
+    do {
         // Every other time the caller keeps the array, so that the engine copies it on the way.
         QByteArray bytes(item.constData(), item.size());
         kept = round % 2 == 0 ? bytes : QByteArray();
         PlayerProbe probe(makePlayer(bytes, card));
         bytes = QByteArray();
         state.enter(*probe.player);
-        const QStringList outcomes = probe.destroy();
-        QCOMPARE(state.stops ? withoutRefusals(outcomes) : outcomes, QStringList());
-    }
+        QCOMPARE(withoutRefusals(probe.destroy()), QStringList());
+        if (++round == 2) {
+            before = Holdings::now();
+        }
+    } while (round < 2 || (round < state.rounds && !budget.hasExpired()));
+    QVERIFY(waitFor([&before] { return Holdings::now().within(before); }));
+    // About once in ten thousand rounds GStreamer's decoder loses a pad that it was just going to
+    // announce, in a pipeline without this library too.
+    overlookLeakedObject("GstDecodePad");
+    overlookLeakedObject("GstProxyPad");
+}
+
+namespace {
+
+/// Brings a player into a state that takes its time, and tells what it reports on the way.
+struct LateState
+{
+    bool (*enter)(PlayerProbe& probe, const VirtualCard& card);
+    bool isSound; ///< whether the item can be played at all
+    QStringList outcomes;
+};
+
+} // namespace
+Q_DECLARE_METATYPE(LateState)
+
+void TestData::destroyedLaterIsSilent_data()
+{
+    QTest::addColumn<LateState>("state");
+    const auto row = [](const char* name, bool isSound, const QStringList& outcomes,
+                        bool (*enter)(PlayerProbe&, const VirtualCard&)) {
+        QTest::newRow(name) << LateState{enter, isSound, outcomes};
+    };
+    row("playing", true, {}, [](PlayerProbe& probe, const VirtualCard& card) {
+        return probe->startPlayback() && waitForFrames(card, 480);
+    });
+    row("paused while it played", true, {}, [](PlayerProbe& probe, const VirtualCard& card) {
+        return probe->startPlayback() && waitForFrames(card, 480) && probe->pausePlayback();
+    });
+    row("stopped while it played", true, stopped(),
+        [](PlayerProbe& probe, const VirtualCard& card) {
+            return probe->startPlayback() && waitForFrames(card, 480) && probe->stopPlayback() &&
+                   probe.waitForOutcome();
+        });
+    row("failed", false, {"error token: Could not determine type of stream."},
+        [](PlayerProbe& probe, const VirtualCard&) {
+            return probe->startPlayback() && probe.waitForOutcome();
+        });
+}
+
+void TestData::destroyedLaterIsSilent()
+{
+    QFETCH(LateState, state);
+    const VirtualCard card("card", standingStill());
+    PlayerProbe probe(makePlayer(state.isSound ? item : QByteArray("no sound"), card));
+    QVERIFY(state.enter(probe, card));
+    QCOMPARE(withoutRefusals(probe.destroy()), state.outcomes);
 }
 
 KOVA_TEST_MAIN(TestData)
