@@ -14,6 +14,7 @@
 
 #include <functional>
 #include <memory>
+#include <thread>
 #include <vector>
 
 namespace {
@@ -210,14 +211,18 @@ private Q_SLOTS:
     void refusedPushIsReportedEveryTime_data();
     void refusedPushIsReportedEveryTime();
     void refusedPushIsReportedBesideTheOneOutcome();
+    void refusedPushIsReportedFromTheThreadOfTheRequest();
     void pushRefusedDuringDestructionIsNotReported();
 
     void chunkIsAReadOnlyViewOfTheArray();
     void arrayThatOnlyTheEngineHoldsIsNeverCopied();
     void arrayThatTheCallerKeepsIsCopiedOnce();
+    void copyServesAllLaterChunks();
     void callerMayChangeItsArrayAfterTheFirstChunk();
     void borrowedBytesAreCopiedAtTheFirstChunk();
+    void literalIsCopiedAtTheFirstChunk();
     void chunksOutliveTheEndAndTheEngine();
+    void arrayIsFreeWhenTheLastChunkIsGone();
 
     void audioPadIsLinkedToTheQueue_data();
     void audioPadIsLinkedToTheQueue();
@@ -649,6 +654,26 @@ void TestDataEngine::refusedPushIsReportedBesideTheOneOutcome()
     QCOMPARE(outcomes.all, (QStringList{"stopped T", "error T: Failed to push buffer"}));
 }
 
+void TestDataEngine::refusedPushIsReportedFromTheThreadOfTheRequest()
+{
+    Scene scene(tenBytes);
+    QVERIFY(scene.build());
+    const Outcomes outcomes(&scene.front);
+    std::thread::id reporter;
+    QObject::connect(&scene.front, &SimplePlayer::playbackErrorReported,
+                     [&reporter] { reporter = std::this_thread::get_id(); });
+    endStreamOf(scene.engine->appsrc);
+
+    std::thread streaming([&scene] { scene.need(4); });
+    const std::thread::id streamingId = streaming.get_id();
+    streaming.join();
+    QVERIFY(reporter == streamingId);
+    // A receiver that lives here is told here.
+    QCOMPARE(outcomes.all, QStringList());
+    QCoreApplication::processEvents();
+    QCOMPARE(outcomes.all, QStringList{"error T: Failed to push buffer"});
+}
+
 // An element that does something whenever its state is set: stands where a streaming thread would
 // be still at work.
 struct StateHook
@@ -757,6 +782,24 @@ void TestDataEngine::arrayThatTheCallerKeepsIsCopiedOnce()
     QCOMPARE(pushed.all(), tenBytes);
 }
 
+void TestDataEngine::copyServesAllLaterChunks()
+{
+    const QByteArray bytes = makeTenBytes();
+    Scene scene(bytes);
+    QVERIFY(scene.build());
+    const Pushed pushed;
+    scene.need(2);
+    scene.seek(0);
+    scene.need(10);
+    scene.engine->releaseGstPipeline();
+    QVERIFY(scene.build());
+    scene.seek(1);
+    scene.need(3);
+    for (int i = 1; i < 3; ++i) {
+        QCOMPARE(pushed.array(i), pushed.array(0));
+    }
+}
+
 void TestDataEngine::callerMayChangeItsArrayAfterTheFirstChunk()
 {
     QByteArray bytes = makeTenBytes();
@@ -785,6 +828,19 @@ void TestDataEngine::borrowedBytesAreCopiedAtTheFirstChunk()
     QCOMPARE(pushed.all(), tenBytes);
 }
 
+void TestDataEngine::literalIsCopiedAtTheFirstChunk()
+{
+    const QByteArray literal = QByteArrayLiteral("0123456789");
+    Scene scene(literal);
+    QVERIFY(scene.build());
+    const Pushed pushed;
+    scene.need(4);
+    scene.need(6);
+    QVERIFY(pushed.array(0) != placeOf(literal));
+    QCOMPARE(pushed.array(1), pushed.array(0));
+    QCOMPARE(pushed.all(), tenBytes);
+}
+
 void TestDataEngine::chunksOutliveTheEndAndTheEngine()
 {
     const Pushed pushed;
@@ -799,6 +855,20 @@ void TestDataEngine::chunksOutliveTheEndAndTheEngine()
         QCOMPARE(pushed.all(), tenBytes);
     }
     QCOMPARE(pushed.all(), tenBytes);
+}
+
+void TestDataEngine::arrayIsFreeWhenTheLastChunkIsGone()
+{
+    Scene scene(makeTenBytes());
+    QVERIFY(scene.build());
+    {
+        const Pushed pushed;
+        scene.need(6);
+        scene.need(4);
+        scene.engine->releaseGstPipeline(); // the source queued the chunks too
+        QVERIFY(!scene.engine->data.isDetached());
+    }
+    QVERIFY(scene.engine->data.isDetached());
 }
 
 // ---- Decoded pads ------------------------------------------------------------------------------
