@@ -129,9 +129,11 @@ namespace {
 /// One player and its card.
 struct Desk
 {
-    Desk(int number, const QByteArray& itemBytes)
+    Desk(int number, const QByteArray& itemBytes,
+         const VirtualCard::Settings& settings = VirtualCard::Settings())
         : bytes(itemBytes), token(QStringLiteral("player %1").arg(number)),
-          card(QStringLiteral("card%1").arg(number)), probe(makePlayer(bytes, card, token))
+          card(QStringLiteral("card%1").arg(number), settings),
+          probe(makePlayer(bytes, card, token))
     {
     }
 
@@ -275,9 +277,15 @@ void TestData::cutItemPlaysWhatIsThere_data()
 void TestData::cutItemPlaysWhatIsThere()
 {
     QFETCH(QByteArray, whole);
+    const bool isExact = whole.startsWith("RIFF");
+    VirtualCard::Settings settings;
+    if (!isExact) {
+        settings.speed = 200.0; // gaps would do no harm
+    }
     std::vector<std::unique_ptr<Desk>> desks;
     for (int tenths = 1; tenths < 10; ++tenths) {
-        desks.push_back(std::make_unique<Desk>(tenths, whole.left(whole.size() / 10 * tenths)));
+        const QByteArray cut = whole.left(whole.size() / 10 * tenths);
+        desks.push_back(std::make_unique<Desk>(tenths, cut, settings));
         QVERIFY(desks.back()->probe->startPlayback());
     }
     for (const auto& desk : desks) {
@@ -290,7 +298,7 @@ void TestData::cutItemPlaysWhatIsThere()
             continue;
         }
         QCOMPARE(outcomes, desk->ended());
-        if (whole.startsWith("RIFF")) {
+        if (isExact) {
             // All but the last frame, of which a part may have been cut.
             const QByteArray played = heard(desk->card);
             QVERIFY(whole.mid(44).startsWith(played));
