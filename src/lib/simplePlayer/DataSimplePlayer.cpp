@@ -48,6 +48,8 @@ DataSimplePlayerImpl::~DataSimplePlayerImpl()
 {
     // Streaming threads use `data` and the front object until the pipeline is in NULL. First no
     // signal may come from them any more, then they have to end, and only then the members go.
+    // That the front object is half gone by now does no harm: pushes are refused while a pipeline
+    // goes down, and it goes down only on this thread.
     // The base logs and does the release itself; this must not.
     closing = true;
     if (pipeline) {
