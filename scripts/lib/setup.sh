@@ -38,6 +38,20 @@ missing_packages() {
     done <"$root/packaging/debian-packages.txt"
 }
 
+# The name of this machine's Debian release.
+debian_release() {
+    # shellcheck source=/dev/null
+    (. /etc/os-release && printf '%s\n' "${VERSION_CODENAME:?}")
+}
+
+# Where this machine gets the packages of its release from, as lines for sources.list. Updates are
+# left out: the packages of the release alone fit together whatever the state of a mirror is.
+debian_archive() {
+    # shellcheck disable=SC2016  # the fields are for apt-get
+    apt-get indextargets --format 'deb $(REPO_URI) $(RELEASE) $(COMPONENT)' "Origin: Debian" \
+        "Codename: $(debian_release)" "Component: main" "Identifier: Packages" | sort -u
+}
+
 # Installs what is missing; says nothing when nothing is.
 install_packages() {
     local missing name
