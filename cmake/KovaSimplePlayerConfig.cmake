@@ -2,4 +2,5 @@
 # core API that comes with it.
 include(CMakeFindDependencyMacro)
 find_dependency(Qt5 5.15 COMPONENTS Core)
+include(${CMAKE_CURRENT_LIST_DIR}/KovaFrameworkApi.cmake OPTIONAL)
 include(${CMAKE_CURRENT_LIST_DIR}/KovaSimplePlayerTargets.cmake)

@@ -1,0 +1,13 @@
+# The framework's own core API, as the targets kova_api and Kova::Api. A library that was built with it
+# brings this file instead of a core API.
+find_library(KOVA_API_LIBRARY NAMES kova_api REQUIRED)
+find_path(KOVA_API_INCLUDE_DIR core/kova.h PATH_SUFFIXES kova REQUIRED)
+mark_as_advanced(KOVA_API_LIBRARY KOVA_API_INCLUDE_DIR)
+if(NOT TARGET kova_api)
+    add_library(kova_api SHARED IMPORTED GLOBAL)
+    set_target_properties(kova_api PROPERTIES
+        IMPORTED_LOCATION ${KOVA_API_LIBRARY}
+        INTERFACE_INCLUDE_DIRECTORIES ${KOVA_API_INCLUDE_DIR}
+        INTERFACE_LINK_LIBRARIES Qt5::Core)
+    add_library(Kova::Api ALIAS kova_api)
+endif()
