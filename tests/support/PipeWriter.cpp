@@ -58,6 +58,11 @@ bool PipeWriter::kill()
     return process.state() == QProcess::NotRunning || process.waitForFinished(timeoutMs);
 }
 
+bool PipeWriter::isRunning()
+{
+    return !process.waitForFinished(0) && process.state() != QProcess::NotRunning;
+}
+
 bool PipeWriter::waitForFinished()
 {
     if (process.state() != QProcess::NotRunning && !process.waitForFinished(timeoutMs)) {

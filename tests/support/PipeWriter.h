@@ -31,6 +31,8 @@ public:
     bool close();
     /// Ends the process with SIGKILL and waits until it is gone.
     bool kill();
+    /// Whether the process has not ended.
+    bool isRunning();
     /// Waits for the end of the process.
     /// @return whether it wrote everything; false also when the reader closed too early
     bool waitForFinished();

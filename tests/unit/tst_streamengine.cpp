@@ -1,3 +1,4 @@
+#include "unit/DecoderPads.h"
 #include "unit/TestEngine.h"
 
 #include "support/GstLeaks.h"
@@ -12,8 +13,10 @@
 
 #include <QtCore/QDir>
 #include <QtCore/QFile>
+#include <QtCore/QMap>
 #include <QtCore/QPointer>
 #include <QtCore/QSocketNotifier>
+#include <QtCore/QTextCodec>
 #include <QtTest/QtTest>
 
 #include <gst/app/gstappsrc.h>
@@ -23,6 +26,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <functional>
 #include <memory>
 #include <thread>
 
@@ -106,6 +110,19 @@ struct Scene
         writer = -1;
     }
 
+    /// What the engine's reader is doing; an engine that is destroyed has ended.
+    QString reader() const { return engine ? engine->reader() : QStringLiteral("ended"); }
+
+    /// Whether a writer would find the FIFO open for reading.
+    bool fifoHasReader() const
+    {
+        const int end = ::open(QFile::encodeName(path).constData(), O_WRONLY | O_NONBLOCK);
+        if (end >= 0) {
+            ::close(end);
+        }
+        return end >= 0;
+    }
+
     /// The log without the lines of pipelineInitialized().
     QStringList lines() const
     {
@@ -170,6 +187,7 @@ private Q_SLOTS:
     void pipelineHasItsElements();
     void sourceTakesItsCaps_data();
     void sourceTakesItsCaps();
+    void sourceTakesItsCapsBeforeItsLimit();
     void nullPipelineIsRefused();
     void missingElementEndsTheBuilding_data();
     void missingElementEndsTheBuilding();
@@ -180,6 +198,7 @@ private Q_SLOTS:
     void audioPadIsLinkedToTheQueue();
     void otherPadIsSkipped();
     void linkedPadIsLeftAlone();
+    void secondAudioPadFindsTheQueueTaken();
 
     void bytesBeforeTheStartCloseThePipeForGood();
     void blocksAreReadOneForEachActivation();
@@ -195,6 +214,8 @@ private Q_SLOTS:
     void feedFromAnotherThreadIsQueued();
     void readerFollowsItsStates_data();
     void readerFollowsItsStates();
+    void writerIsHeldBeyondABusError_data();
+    void writerIsHeldBeyondABusError();
 
     void closingTwiceClosesOnce();
     void stopClosesThePipeAfterTheBase();
@@ -222,6 +243,7 @@ void TestStreamEngine::constructorOpensThePipe()
     QCOMPARE(engine.caps, QStringLiteral("the caps"));
     QCOMPARE(engine.pipeName, path);
     QCOMPARE(engine.reader(), QStringLiteral("reading"));
+    QCOMPARE(engine.pipe->parent(), &engine);
     QCOMPARE(
         log.lines().mid(2),
         (QStringList{
@@ -253,9 +275,11 @@ void TestStreamEngine::constructorLivesOnWithoutAPipe()
 {
     QFETCH(QString, path);
     LogCapture log;
+    LogCapture pipeLog("KovaNamedPipe");
     StreamSimplePlayer front(QString(), QString(), QStringLiteral("front"), QString());
     const Outcomes outcomes(&front);
     log.clear();
+    pipeLog.clear();
     OpenEngine engine(path, QString(), QStringLiteral("T"), QStringLiteral("null"), &front);
     QCOMPARE(log.lines().mid(2),
              (QStringList{
@@ -263,7 +287,13 @@ void TestStreamEngine::constructorLivesOnWithoutAPipe()
                  enterTrace("initReadPipe", "Open named pipe for reading " + path + " token: T"),
                  "ERROR Failed to create and open named pipe, exitingT",
                  leaveTrace("StreamSimplePlayerImpl", "constructor T")}));
+    // Making the pipe failed and was passed over; opening it failed, too.
+    QCOMPARE(pipeLog.texts("ERROR").size(), 2);
+    QVERIFY(pipeLog.texts("ERROR").last().endsWith(", id: 1 name: " + path));
     QCOMPARE(engine.reader(), QStringLiteral("ended"));
+    QCOMPARE(engine.findChildren<KovaNamedPipe*>().size(), 1); // it is deleted later
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    QCOMPARE(engine.findChildren<KovaNamedPipe*>().size(), 0);
     QCoreApplication::processEvents();
     QCOMPARE(outcomes.all, QStringList());
     QVERIFY(engine.setupGstPipeline());
@@ -293,6 +323,21 @@ void TestStreamEngine::frontObjectForwardsToItsEngine()
 }
 
 // ---- Pipeline ----------------------------------------------------------------------------------
+
+/// The names of an element and of all that are linked behind it.
+static QStringList linkedBehind(GstElement* element)
+{
+    const QStringList names{QString::fromUtf8(GST_OBJECT_NAME(element))};
+    GstPad* source = gst_element_get_static_pad(element, "src");
+    GstPad* peer = source ? gst_pad_get_peer(source) : nullptr;
+    QStringList behind;
+    if (peer) {
+        behind = linkedBehind(GST_PAD_PARENT(peer));
+        gst_object_unref(peer);
+    }
+    gst_clear_object(&source);
+    return names + behind;
+}
 
 void TestStreamEngine::pipelineHasItsElements()
 {
@@ -324,6 +369,9 @@ void TestStreamEngine::pipelineHasItsElements()
     g_object_get(identity, "silent", &silent, nullptr);
     gst_object_unref(identity);
     QVERIFY(!silent);
+    QCOMPARE(linkedBehind(scene.engine->appsrc), (QStringList{"AppSrc", "Identity", "DecodeBin"}));
+    QCOMPARE(linkedBehind(scene.engine->queue),
+             (QStringList{"Queue", "AudioConvert", "AudioResample", "AudioSink"}));
     GstPad* queueSink = gst_element_get_static_pad(scene.engine->queue, "sink");
     QVERIFY(!gst_pad_is_linked(queueSink));
     gst_object_unref(queueSink);
@@ -332,26 +380,71 @@ void TestStreamEngine::pipelineHasItsElements()
 void TestStreamEngine::sourceTakesItsCaps_data()
 {
     QTest::addColumn<QString>("text");
+    QTest::addColumn<QByteArray>("codec");
     QTest::addColumn<QByteArray>("caps");
-    QTest::newRow("empty") << QString() << QByteArray("none");
-    QTest::newRow("no caps") << "no caps at all, =" << QByteArray("none");
-    QTest::newRow("ANY") << "ANY" << QByteArray("ANY");
-    QTest::newRow("WAV") << "audio/x-wav" << QByteArray("audio/x-wav");
-    QTest::newRow("raw") << "audio/x-unaligned-raw,rate=16000"
+    const QByteArray none("none");
+    const QByteArray utf8("UTF-8");
+    QTest::newRow("empty") << QString() << utf8 << none;
+    QTest::newRow("no caps") << "no caps at all, =" << utf8 << none;
+    QTest::newRow("blank") << " " << utf8 << QByteArray("EMPTY");
+    QTest::newRow("unfinished") << "audio/x-raw,rate=(int" << utf8 << none;
+    QTest::newRow("ANY") << "ANY" << utf8 << QByteArray("ANY");
+    QTest::newRow("EMPTY") << "EMPTY" << utf8 << QByteArray("EMPTY");
+    QTest::newRow("WAV") << "audio/x-wav" << utf8 << QByteArray("audio/x-wav");
+    QTest::newRow("raw") << "audio/x-unaligned-raw,rate=16000" << utf8
                          << QByteArray("audio/x-unaligned-raw, rate=(int)16000");
+    const QString umlaut = QStringLiteral("audio/x-wav,title=(string)\"\u00e4\"");
+    QTest::newRow("umlaut where UTF-8 is spoken")
+        << umlaut << utf8 << QByteArray("audio/x-wav, title=(string)\"\\303\\244\"");
+    QTest::newRow("umlaut where it is not") << umlaut << QByteArray("ISO-8859-1") << none;
 }
 
 void TestStreamEngine::sourceTakesItsCaps()
 {
     QFETCH(QString, text);
+    QFETCH(QByteArray, codec);
     QFETCH(QByteArray, caps);
     Scene scene(text);
+    // The text is handed over in the encoding of the locale.
+    QTextCodec* const previous = QTextCodec::codecForLocale();
+    QTextCodec::setCodecForLocale(QTextCodec::codecForName(codec));
     QVERIFY(scene.engine->setupGstPipeline());
+    QTextCodec::setCodecForLocale(previous);
     GstCaps* set = gst_app_src_get_caps(GST_APP_SRC(scene.engine->appsrc));
     gchar* described = set ? gst_caps_to_string(set) : g_strdup("none");
-    QCOMPARE(QByteArray(described), caps);
+    const QByteArray inSource = described;
     g_free(described);
     gst_caps_replace(&set, nullptr);
+    QCOMPARE(inSource, caps);
+}
+
+/// Writes down which functions of appsrc speak in GStreamer's log, in their order.
+static void noteSetter(GstDebugCategory* category, GstDebugLevel /*level*/, const gchar* /*file*/,
+                       const gchar* function, gint /*line*/, GObject* /*object*/,
+                       GstDebugMessage* /*message*/, gpointer data)
+{
+    const QString name = QString::fromUtf8(function);
+    auto* const names = static_cast<QStringList*>(data);
+    if (g_str_equal(gst_debug_category_get_name(category), "appsrc") &&
+        name.startsWith("gst_app_src_set_") && !name.endsWith("_property")) {
+        names->append(name);
+    }
+}
+
+void TestStreamEngine::sourceTakesItsCapsBeforeItsLimit()
+{
+    Scene scene(QStringLiteral("audio/x-wav"));
+    QStringList setters;
+    gst_debug_remove_log_function(gst_debug_log_default);
+    gst_debug_add_log_function(noteSetter, &setters, nullptr);
+    gst_debug_set_threshold_for_name("appsrc", GST_LEVEL_LOG);
+    const bool built = scene.engine->setupGstPipeline();
+    gst_debug_unset_threshold_for_name("appsrc");
+    gst_debug_remove_log_function(noteSetter);
+    gst_debug_add_log_function(gst_debug_log_default, nullptr, nullptr);
+    QVERIFY(built);
+    QCOMPARE(setters, (QStringList{"gst_app_src_set_stream_type", "gst_app_src_set_caps",
+                                   "gst_app_src_set_max_bytes"}));
 }
 
 void TestStreamEngine::nullPipelineIsRefused()
@@ -434,24 +527,12 @@ void TestStreamEngine::chainThatCannotBeLinkedEndsTheBuilding()
     QCOMPARE(GST_BIN_NUMCHILDREN(scene.engine->pipeline), 7);
 }
 
-/// A pad such as decodebin announces, added to the engine's decoder.
-static GstPad* announcePad(OpenEngine& engine, const char* caps)
-{
-    GstCaps* padCaps = gst_caps_from_string(caps);
-    GstPadTemplate* padTemplate = gst_pad_template_new("src", GST_PAD_SRC, GST_PAD_ALWAYS, padCaps);
-    GstPad* pad = gst_pad_new_from_template(padTemplate, nullptr);
-    gst_object_unref(padTemplate);
-    gst_caps_unref(padCaps);
-    gst_element_add_pad(engine.decodebin, pad); // emits "pad-added"
-    return pad;
-}
-
 void TestStreamEngine::audioPadIsLinkedToTheQueue()
 {
     Scene scene;
     QVERIFY(scene.engine->setupGstPipeline());
     scene.log.clear();
-    GstPad* pad = announcePad(*scene.engine, "audio/x-raw");
+    GstPad* pad = announcePad(scene.engine->decodebin, "src", "audio/x-raw");
     GstPad* peer = gst_pad_get_peer(pad);
     QVERIFY(peer);
     QCOMPARE(GST_PAD_PARENT(peer), scene.engine->queue);
@@ -465,7 +546,7 @@ void TestStreamEngine::otherPadIsSkipped()
     Scene scene;
     QVERIFY(scene.engine->setupGstPipeline());
     scene.log.clear();
-    QVERIFY(!gst_pad_is_linked(announcePad(*scene.engine, "video/x-raw")));
+    QVERIFY(!gst_pad_is_linked(announcePad(scene.engine->decodebin, "src", "video/x-raw")));
     QCOMPARE(scene.log.lines(), (QStringList{enterTrace("newPadCallback"),
                                              "WARN Skipping non-audio pad from uridecodebin",
                                              leaveTrace("newPadCallback")}));
@@ -475,11 +556,23 @@ void TestStreamEngine::linkedPadIsLeftAlone()
 {
     Scene scene;
     QVERIFY(scene.engine->setupGstPipeline());
-    GstPad* pad = announcePad(*scene.engine, "audio/x-raw");
+    GstPad* pad = announcePad(scene.engine->decodebin, "src", "audio/x-raw");
     scene.log.clear();
     scene.engine->newPadCallback(pad);
     QCOMPARE(scene.log.lines(), (QStringList{enterTrace("newPadCallback"),
                                              "WARN Cannot link already linked pad - skipping"}));
+}
+
+void TestStreamEngine::secondAudioPadFindsTheQueueTaken()
+{
+    Scene scene;
+    QVERIFY(scene.engine->setupGstPipeline());
+    GstPad* first = announcePad(scene.engine->decodebin, "src", "audio/x-raw");
+    scene.log.clear();
+    QVERIFY(!gst_pad_is_linked(announcePad(scene.engine->decodebin, "src2", "audio/x-raw")));
+    QVERIFY(gst_pad_is_linked(first));
+    QCOMPARE(scene.log.lines(),
+             (QStringList{enterTrace("newPadCallback"), leaveTrace("newPadCallback")}));
 }
 
 // ---- Reader ------------------------------------------------------------------------------------
@@ -555,7 +648,8 @@ struct Passed
             bytes.append(reinterpret_cast<const char*>(map.data), int(map.size));
             sizes.append(int(map.size));
             gst_buffer_unmap(buffer, &map);
-            timesSet = timesSet || GST_BUFFER_DURATION_IS_VALID(buffer);
+            timesSet = timesSet || GST_BUFFER_PTS_IS_VALID(buffer) ||
+                       GST_BUFFER_DURATION_IS_VALID(buffer) || GST_BUFFER_OFFSET_IS_VALID(buffer);
         } else if (GST_EVENT_TYPE(GST_PAD_PROBE_INFO_EVENT(info)) == GST_EVENT_EOS) {
             ended.storeRelease(1);
         }
@@ -697,6 +791,13 @@ void TestStreamEngine::notificationAfterTheCloseIsIgnored()
              (QStringList{enterTrace("on_readPipeNotifier_activated", "sock: -1 token: T"),
                           "TRACE Named read pipeline was removed, not processing data",
                           leaveTrace("on_readPipeNotifier_activated", "token T")}));
+    // Without a pipeline, either, that comes first.
+    scene.engine->releaseGstPipeline();
+    scene.log.clear();
+    scene.engine->activate();
+    QCOMPARE(scene.lines().mid(1),
+             QStringList{"TRACE Gst pipeline was removed, not processing data"} + closing() +
+                 QStringList{leaveTrace("on_readPipeNotifier_activated", "token T")});
 }
 
 // ---- Feed --------------------------------------------------------------------------------------
@@ -743,28 +844,88 @@ void TestStreamEngine::feedFromAnotherThreadIsQueued()
     QTRY_COMPARE(scene.engine->reader(), QStringLiteral("reading"));
 }
 
+/// Posts an error as an element does, and waits until the engine has told the outcome.
+static void postError(Scene& scene)
+{
+    const Outcomes outcomes(&scene.front);
+    GError* error = g_error_new_literal(GST_STREAM_ERROR, GST_STREAM_ERROR_FAILED, "no sound");
+    GstBus* bus = gst_element_get_bus(scene.engine->pipeline);
+    gst_bus_post(bus, gst_message_new_error(nullptr, error, nullptr));
+    gst_object_unref(bus);
+    g_error_free(error);
+    QTRY_COMPARE(outcomes.all, QStringList{"error T: no sound"});
+}
+
+namespace {
+
+/// What may happen to a reader, by name. The pipeline was built and not started.
+const QMap<QString, std::function<void(Scene&)>> events{
+    {"need-data", [](Scene& scene) { scene.engine->receive(true); }},
+    {"enough-data", [](Scene& scene) { scene.engine->receive(false); }},
+    {"data",
+     [](Scene& scene) {
+         if (scene.engine->pipe) {
+             scene.write("data");
+         }
+         scene.engine->activate();
+     }},
+    {"refused data",
+     [](Scene& scene) {
+         gst_app_src_end_of_stream(GST_APP_SRC(scene.engine->appsrc));
+         events["data"](scene);
+     }},
+    {"end of data", [](Scene& scene) { scene.engine->activate(); }},
+    {"no data",
+     [](Scene& scene) {
+         events["data"](scene);
+         scene.engine->activate();
+     }},
+    {"pause", [](Scene& scene) { QVERIFY(scene.engine->pausePlayback()); }},
+    {"bus error", [](Scene& scene) { postError(scene); }},
+    {"data without a pipeline",
+     [](Scene& scene) {
+         scene.engine->releaseGstPipeline();
+         events["data"](scene);
+     }},
+    {"stop", [](Scene& scene) { QVERIFY(scene.engine->stopPlayback()); }},
+    {"stop and start",
+     [](Scene& scene) {
+         QVERIFY(scene.engine->stopPlayback());
+         QVERIFY(scene.engine->startPlayback());
+     }},
+    {"close", [](Scene& scene) { scene.engine->closeReadPipe(); }},
+    {"destruction", [](Scene& scene) { scene.engine.reset(); }},
+};
+
+} // namespace
+
 void TestStreamEngine::readerFollowsItsStates_data()
 {
     QTest::addColumn<QString>("from");
     QTest::addColumn<QString>("event");
     QTest::addColumn<QString>("to");
-    const auto row = [](const char* from, const char* event, const char* to) {
-        QTest::addRow("%s, %s", from, event) << QString(from) << QString(event) << QString(to);
+    const auto row = [](const QString& from, const QString& event, const QString& to) {
+        QTest::newRow(qPrintable(from + ", " + event)) << from << event << to;
     };
-    for (const char* from : {"closed", "ended"}) {
-        for (const char* event :
-             {"need", "enough", "data", "end", "stop", "close", "no pipeline"}) {
-            row(from, event, "ended");
-        }
+    const QStringList all = events.keys();
+    for (const QString& event : all) {
+        row("closed", event, "ended");
+        row("ended", event, "ended");
     }
-    for (const char* from : {"reading", "held"}) {
-        row(from, "need", "reading");
-        row(from, "enough", "held");
-        for (const char* event : {"end", "stop", "close", "no pipeline"}) {
+    for (const QString& from : {QStringLiteral("reading"), QStringLiteral("held")}) {
+        row(from, "need-data", "reading");
+        row(from, "enough-data", "held");
+        row(from, "pause", from);
+        row(from, "bus error", from);
+        for (const char* event : {"stop", "stop and start", "close", "destruction"}) {
             row(from, event, "ended");
         }
     }
     row("reading", "data", "reading");
+    for (const char* event :
+         {"refused data", "end of data", "no data", "data without a pipeline"}) {
+        row("reading", event, "ended");
+    }
 }
 
 void TestStreamEngine::readerFollowsItsStates()
@@ -772,33 +933,47 @@ void TestStreamEngine::readerFollowsItsStates()
     QFETCH(QString, from);
     QFETCH(QString, event);
     QFETCH(QString, to);
-    Scene scene(QString(), from == "closed" ? QString() : Scene::freshFifo());
+    const bool closed = from == "closed";
+    Scene scene(QString(), closed ? QString() : Scene::freshFifo());
     QVERIFY(scene.engine->setupGstPipeline());
     if (from == "held") {
         scene.engine->receive(false);
     } else if (from == "ended") {
         scene.engine->closeReadPipe();
     }
-    QCOMPARE(scene.engine->reader(), from == "closed" ? QStringLiteral("ended") : from);
+    QCOMPARE(scene.reader(), closed ? QStringLiteral("ended") : from);
+    events[event](scene);
+    QCOMPARE(scene.reader(), to);
+    QCOMPARE(scene.fifoHasReader(), to != "ended");
+}
 
-    if (event == "need" || event == "enough") {
-        scene.engine->receive(event == "need");
-    } else if (event == "data") {
-        if (scene.engine->pipe) {
-            scene.write("data");
-        }
-        scene.engine->activate();
-    } else if (event == "end") {
-        scene.engine->activate();
-    } else if (event == "stop") {
-        QVERIFY(scene.engine->stopPlayback());
-    } else if (event == "close") {
-        scene.engine->closeReadPipe();
+void TestStreamEngine::writerIsHeldBeyondABusError_data()
+{
+    QTest::addColumn<bool>("stop");
+    QTest::newRow("stop") << true;
+    QTest::newRow("destruction") << false;
+}
+
+void TestStreamEngine::writerIsHeldBeyondABusError()
+{
+    QFETCH(bool, stop);
+    Scene scene;
+    QVERIFY(scene.engine->setupGstPipeline());
+    scene.engine->receive(false);
+    // More than a pipe holds.
+    PipeWriter writer(scene.path, QByteArray(1 << 20, 'x'));
+    QVERIFY(writer.waitForOpened());
+    postError(scene);
+    QVERIFY(!scene.engine->pipeline);
+    QCOMPARE(scene.reader(), QStringLiteral("held"));
+    QVERIFY(writer.isRunning());
+    if (stop) {
+        QVERIFY(!scene.engine->stopPlayback());
     } else {
-        scene.engine->releaseGstPipeline();
-        scene.engine->activate();
+        scene.engine.reset();
     }
-    QCOMPARE(scene.engine->reader(), to);
+    QVERIFY(!writer.waitForFinished()); // it could not write everything
+    QVERIFY(!writer.isRunning());
 }
 
 // ---- End of life -------------------------------------------------------------------------------
