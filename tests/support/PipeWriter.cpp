@@ -4,9 +4,13 @@
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QElapsedTimer>
+#include <QtCore/QFile>
 
 /// Long enough for a loaded machine, shorter than the time limit of a test program.
 static constexpr int timeoutMs = 120000;
+
+/// What the process says when it has opened the FIFO.
+static constexpr const char* openedLine = "opened\n";
 
 PipeWriter::PipeWriter(const QString& fifo, const QByteArray& bytes, const Manner& manner)
     : source(TestProcess::path(QStringLiteral("written-XXXXXX")))
@@ -15,9 +19,11 @@ PipeWriter::PipeWriter(const QString& fifo, const QByteArray& bytes, const Manne
         qFatal("PipeWriter: %s", qPrintable(source.errorString()));
     }
     process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    process.start(
-        QCoreApplication::applicationDirPath() + QStringLiteral("/pipewriter"),
-        {fifo, source.fileName(), QString::number(manner.chunk), QString::number(manner.pauseMs)});
+    process.start(QCoreApplication::applicationDirPath() + QStringLiteral("/pipewriter"),
+                  {fifo, source.fileName(),
+                   QString::number(manner.first > 0 ? manner.first : manner.chunk),
+                   QString::number(manner.chunk), QString::number(manner.pauseMs),
+                   QString::number(manner.times), QString::number(manner.once)});
     if (!process.waitForStarted(timeoutMs)) {
         qFatal("PipeWriter: %s", qPrintable(process.errorString()));
     }
@@ -38,7 +44,7 @@ PipeWriter::~PipeWriter()
 
 bool PipeWriter::waitForOpened()
 {
-    return waitForLine("opened\n");
+    return waitForLine(openedLine);
 }
 
 bool PipeWriter::waitForWritten()
@@ -69,6 +75,31 @@ bool PipeWriter::waitForFinished()
         return false;
     }
     return process.exitStatus() == QProcess::NormalExit && process.exitCode() == 0;
+}
+
+/// A file that the kernel makes up when it is read: its size is not known before.
+static QByteArray readProcFile(qint64 process, const char* name)
+{
+    QFile file(QStringLiteral("/proc/%1/%2").arg(process).arg(name));
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+qint64 PipeWriter::written() const
+{
+    static constexpr const char* field = "wchar: ";
+    for (const QByteArray& line : readProcFile(process.processId(), "io").split('\n')) {
+        if (line.startsWith(field)) {
+            return line.mid(int(qstrlen(field))).toLongLong() - qint64(qstrlen(openedLine));
+        }
+    }
+    return -1;
+}
+
+bool PipeWriter::isAsleep() const
+{
+    const QByteArray stat = readProcFile(process.processId(), "stat");
+    // The state stands behind the name, which is in parentheses.
+    return stat.mid(stat.lastIndexOf(')') + 2, 1) == "S";
 }
 
 bool PipeWriter::waitForLine(const char* line)

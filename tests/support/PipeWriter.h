@@ -13,10 +13,16 @@ public:
     /// How the bytes are written.
     struct Manner
     {
-        int chunk = 65536;     ///< bytes of one write
-        int pauseMs = 0;       ///< pause after each chunk, in milliseconds
+        int first = 0;         ///< bytes of the very first write; like all others when 0
+        int chunk = 65536;     ///< bytes of every other write
+        int pauseMs = 0;       ///< pause after each write, in milliseconds
+        int times = 1;         ///< how often the bytes are written, one time after another
+        int once = 0;          ///< so many bytes at the beginning are written the first time only
         bool keepOpen = false; ///< holds the FIFO open after the last byte, until close()
     };
+
+    /// A write of so many bytes at most goes into a FIFO as a whole or not at all.
+    static constexpr int atomic = 4096;
 
     /// Starts the process, which waits until `fifo` has a reader.
     PipeWriter(const QString& fifo, const QByteArray& bytes, const Manner& manner);
@@ -36,6 +42,11 @@ public:
     /// Waits for the end of the process.
     /// @return whether it wrote everything; false also when the reader closed too early
     bool waitForFinished();
+
+    /// The bytes of all writes that are done, once waitForOpened() has returned true.
+    qint64 written() const;
+    /// Whether the process waits for something, as it does while the FIFO is full.
+    bool isAsleep() const;
 
 private:
     bool waitForLine(const char* line);

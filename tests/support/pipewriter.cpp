@@ -1,11 +1,14 @@
-// Copies a file into a FIFO: pipewriter FIFO FILE CHUNK PAUSE_MS
+// Copies a file into a FIFO: pipewriter FIFO FILE FIRST CHUNK PAUSE_MS TIMES ONCE
 //
-// Says "opened" when the FIFO has a reader and "written" when all is in it, and then holds the FIFO
-// open until its standard input ends. Ends with status 0, or with 1 and a reason on stderr.
+// The first write has FIRST bytes, all others CHUNK, each with a pause behind it; the file is
+// copied TIMES times, all but the first time without its first ONCE bytes. Says "opened" when the
+// FIFO has a reader and "written" when all is in it, and then holds the FIFO open until its
+// standard input ends. Ends with status 0, or with 1 and a reason on stderr.
 
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -41,26 +44,64 @@ static void waitForEndOfInput()
     }
 }
 
+/// The arguments behind the two paths.
+struct Manner
+{
+    std::size_t first;
+    std::size_t chunk;
+    std::chrono::milliseconds pause;
+    unsigned long times;
+    std::size_t once;
+};
+
+static std::vector<char> readAll(int file)
+{
+    std::vector<char> bytes(static_cast<std::size_t>(::lseek(file, 0, SEEK_END)));
+    const ssize_t count = ::pread(file, bytes.data(), bytes.size(), 0);
+    bytes.resize(count > 0 ? static_cast<std::size_t>(count) : 0);
+    return bytes;
+}
+
+static bool copy(const std::vector<char>& bytes, int fifo, const Manner& manner)
+{
+    std::size_t size = manner.first;
+    for (unsigned long time = 0; time < manner.times; ++time) {
+        for (std::size_t done = time == 0 ? 0 : manner.once; done < bytes.size();) {
+            size = std::min(size, bytes.size() - done);
+            if (!writeAll(fifo, bytes.data() + done, size)) {
+                return false;
+            }
+            done += size;
+            size = manner.chunk;
+            std::this_thread::sleep_for(manner.pause);
+        }
+    }
+    return true;
+}
+
+static unsigned long number(const char* text)
+{
+    return std::strtoul(text, nullptr, 10);
+}
+
 int main(int argc, char** argv)
 {
-    if (argc != 5) {
-        std::cerr << "usage: pipewriter FIFO FILE CHUNK PAUSE_MS\n";
+    if (argc != 8) {
+        std::cerr << "usage: pipewriter FIFO FILE FIRST CHUNK PAUSE_MS TIMES ONCE\n";
         return EXIT_FAILURE;
     }
     static_cast<void>(std::signal(SIGPIPE, SIG_IGN)); // a reader that goes is an error of write()
+    const Manner manner{number(argv[3]), number(argv[4]),
+                        std::chrono::milliseconds(number(argv[5])), number(argv[6]),
+                        number(argv[7])};
     const int source = ::open(argv[2], O_RDONLY | O_CLOEXEC);
     const int fifo = ::open(argv[1], O_WRONLY | O_CLOEXEC);
     if (source < 0 || fifo < 0) {
         return fail("open");
     }
     std::cout << "opened" << std::endl;
-    std::vector<char> chunk(std::strtoul(argv[3], nullptr, 10));
-    const std::chrono::milliseconds pause(std::strtoul(argv[4], nullptr, 10));
-    for (ssize_t n = 0; (n = ::read(source, chunk.data(), chunk.size())) > 0;) {
-        if (!writeAll(fifo, chunk.data(), static_cast<std::size_t>(n))) {
-            return fail("write");
-        }
-        std::this_thread::sleep_for(pause);
+    if (!copy(readAll(source), fifo, manner)) {
+        return fail("write");
     }
     std::cout << "written" << std::endl;
     waitForEndOfInput();

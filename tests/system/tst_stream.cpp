@@ -5,20 +5,32 @@
 #include "support/VirtualCard.h"
 
 #include <simplePlayer/StreamSimplePlayer.h>
+#include <simplePlayer/UriSimplePlayer.h>
 
 #include <QtCore/QDeadlineTimer>
+#include <QtCore/QDir>
 #include <QtCore/QFile>
+#include <QtCore/QFileInfo>
 #include <QtCore/QProcess>
+#include <QtCore/QThread>
 #include <QtTest/QtTest>
+
+#include <glib.h>
 
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
+
 using media::SampleFormat;
 
 Q_DECLARE_METATYPE(media::SampleFormat)
+Q_DECLARE_METATYPE(PipeWriter::Manner)
 
 /// What arrives at the sound card from other processes that write into a named pipe.
+///
+/// GStreamer's sink holds up to two buffers of sound: one of its own and that of the card. Both are
+/// filled at the start and both are still to be played when the last sample leaves the decoder.
 class TestStream : public QObject
 {
     Q_OBJECT
@@ -29,36 +41,54 @@ private Q_SLOTS:
 
     void losslessFormatArrivesBitExact_data();
     void losslessFormatArrivesBitExact();
-    void lossyFormatArrivesWhole_data();
-    void lossyFormatArrivesWhole();
-    void mannerOfWritingDoesNotMatter_data();
-    void mannerOfWritingDoesNotMatter();
     void livePrograms_data();
     void livePrograms();
-    void rawSamplesWithSilenceBehindArriveWhole_data();
-    void rawSamplesWithSilenceBehindArriveWhole();
-    void rawSamplesLoseNoMoreThanTheirTail();
+    void liveSpeechArrivesButForOneFrame();
+
+    void mannerOfWritingDoesNotMatter_data();
+    void mannerOfWritingDoesNotMatter();
+    void samplesWithTimesThatComeTooLateAreSkipped();
+    void samplesWithoutTimesAreNeverTooLate();
+
+    void rawSamplesNeedSilenceForTwoBuffers_data();
+    void rawSamplesNeedSilenceForTwoBuffers();
+    void rawSamplesLoseTwoBuffers();
+    void capsThatHelpOrSayNothing_data();
+    void capsThatHelpOrSayNothing();
+    void capsThatLieAreReported_data();
+    void capsThatLieAreReported();
+
     void writersThatOverlapAreOneStream();
     void writerAfterTheEndFindsNoReader();
     void killedWriterEndsTheStream();
     void writerBeforeTheStartIsNeverHeard();
     void writerThatNeverComesCanBeStopped();
+    void writerThatWritesNothingEndsTheStream();
+    void writerBehindTheEndOfTheItemCanBeReleased();
     void removedPipeGoesOnWhileOpen();
+    void pathWithoutAPipeIsOnlyStopped_data();
+    void pathWithoutAPipeIsOnlyStopped();
+
     void pausedPlayerLetsTheWriterWait();
+    void cardThatStandsStillLetsTheWriterWait();
+    void cardThatVanishesIsReported();
     void quickRoundsLeaveNothing();
 
 private:
     QString fifo;
 };
 
+// ---- What all tests share ----------------------------------------------------------------------
+
 static QStringList ended()
 {
     return {QStringLiteral("ended token")};
 }
 
-static StreamSimplePlayer* newPlayer(const QString& fifo, const VirtualCard& card)
+static StreamSimplePlayer* newPlayer(const QString& fifo, const VirtualCard& card,
+                                     const QString& caps = QString())
 {
-    return new StreamSimplePlayer(fifo, QString(), QStringLiteral("token"), card.device());
+    return new StreamSimplePlayer(fifo, caps, QStringLiteral("token"), card.device());
 }
 
 /// A card that plays as fast as hardware does.
@@ -69,14 +99,48 @@ static VirtualCard::Settings realTime()
     return settings;
 }
 
-static QStringList play(const QString& fifo, const QByteArray& bytes, const VirtualCard& card,
-                        const PipeWriter::Manner& manner = PipeWriter::Manner())
+/// A card that plays its first frames and then stands still.
+static VirtualCard::Settings stallingAfter(qint64 frames)
 {
-    PlayerProbe probe(newPlayer(fifo, card));
+    VirtualCard::Settings settings;
+    settings.stallAfter = frames;
+    return settings;
+}
+
+/// What a player of one stream reports from its start to its end.
+static QStringList play(const QString& fifo, const QByteArray& bytes, const VirtualCard& card,
+                        const PipeWriter::Manner& manner = PipeWriter::Manner(),
+                        const QString& caps = QString())
+{
+    PlayerProbe probe(newPlayer(fifo, card, caps));
     probe->startPlayback();
     PipeWriter writer(fifo, bytes, manner);
     return probe.finish();
 }
+
+/// Everything that a card has played but silence at the end.
+static QByteArray heardOn(const VirtualCard& card, int frameSize)
+{
+    return media::withoutTrailingSilence(card.samples(), frameSize);
+}
+
+/// How what was heard differs from what it should be; empty when it does not.
+static QString difference(const QByteArray& heard, const QByteArray& expected)
+{
+    if (heard == expected) {
+        return QString();
+    }
+    const auto differing =
+        std::mismatch(heard.begin(), heard.end(), expected.begin(), expected.end());
+    return QStringLiteral(
+               "%1 bytes were heard instead of %2, and byte %3 is the first that differs")
+        .arg(heard.size())
+        .arg(expected.size())
+        .arg(differing.first - heard.begin());
+}
+
+/// The header of a WAV file.
+static constexpr int wavHeaderSize = 44;
 
 /// A WAV file as a program writes it that does not know its length yet.
 static QByteArray endlessWav(const media::Pcm& sound)
@@ -86,6 +150,20 @@ static QByteArray endlessWav(const media::Pcm& sound)
     wav.replace(40, 4, QByteArray(4, '\xff'));
     return wav;
 }
+
+/// The frames of the card's own buffer; 0 if nobody has set it up.
+static int bufferOf(const VirtualCard& card)
+{
+    for (const VirtualCard::Event& event : card.events()) {
+        if (event.name == "configure") {
+            return event.details.section(' ', 3, 3).toInt();
+        }
+    }
+    return 0;
+}
+
+/// What the card's buffer has with GStreamer's settings: 200 ms at 48 kHz.
+static constexpr int usualBuffer = 9600;
 
 void TestStream::initTestCase()
 {
@@ -97,6 +175,8 @@ void TestStream::cleanup()
 {
     QCOMPARE(leakedByPlayers(), QString());
 }
+
+// ---- Formats -----------------------------------------------------------------------------------
 
 void TestStream::losslessFormatArrivesBitExact_data()
 {
@@ -117,110 +197,182 @@ void TestStream::losslessFormatArrivesBitExact()
             : media::readFile(media::encode("whole.flac", media::writeWav("whole.wav", sound)));
     VirtualCard card("card");
     QCOMPARE(play(fifo, bytes, card), ended());
-    QVERIFY(media::withoutTrailingSilence(card.samples(), sound.frameSize()) == sound.samples);
-}
-
-void TestStream::lossyFormatArrivesWhole_data()
-{
-    QTest::addColumn<QString>("name");
-    QTest::newRow("Ogg Vorbis") << "tone.ogg";
-    QTest::newRow("Opus") << "tone.opus";
-    QTest::newRow("MP3") << "tone.mp3";
-}
-
-void TestStream::lossyFormatArrivesWhole()
-{
-    QFETCH(QString, name);
-    const QString tone = media::writeWav("tone.wav", media::tone(48000, 2, 48000));
-    VirtualCard card("card");
-    QCOMPARE(play(fifo, media::readFile(media::encode(name, tone)), card), ended());
-    media::Pcm heard{card.format() == "F32" ? SampleFormat::F32 : SampleFormat::S16,
-                     card.rate(),
-                     card.channels(),
-                     {}};
-    QCOMPARE(heard.rate, 48000);
-    QCOMPARE(heard.channels, 2);
-    heard.samples = media::withoutTrailingSilence(card.samples(), heard.frameSize());
-    // An encoder may add or take the length of a block at either end.
-    QVERIFY2(qAbs(heard.frames() - 48000) < 2400, qPrintable(QString::number(heard.frames())));
-    QVERIFY(media::loudness(heard) > 0.2);
-}
-
-void TestStream::mannerOfWritingDoesNotMatter_data()
-{
-    QTest::addColumn<int>("frames");
-    QTest::addColumn<int>("chunk");
-    QTest::addColumn<int>("pauseMs");
-    QTest::newRow("one byte at a time") << 2000 << 1 << 0;
-    QTest::newRow("a trickle") << 4000 << 64 << 2;
-    QTest::newRow("all at once") << 65536 << 262188 << 0;
-}
-
-void TestStream::mannerOfWritingDoesNotMatter()
-{
-    QFETCH(int, frames);
-    QFETCH(int, chunk);
-    QFETCH(int, pauseMs);
-    const media::Pcm sound = media::noise(SampleFormat::S16, 48000, 2, frames);
-    PipeWriter::Manner manner;
-    manner.chunk = chunk;
-    manner.pauseMs = pauseMs;
-    VirtualCard card("card");
-    QCOMPARE(play(fifo, media::wavBytes(sound), card, manner), ended());
-    QVERIFY(media::withoutTrailingSilence(card.samples(), sound.frameSize()) == sound.samples);
+    QCOMPARE(difference(heardOn(card, sound.frameSize()), sound.samples), QString());
 }
 
 void TestStream::livePrograms_data()
 {
     QTest::addColumn<QString>("program");
-    QTest::addColumn<int>("frames");
-    QTest::newRow("speech") << "espeak-ng --stdout 'One two three'" << 0;
-    QTest::newRow("oggenc") << "oggenc -Q -o - - <\"$1\"" << 48000;
-    QTest::newRow("ffmpeg") << "ffmpeg -v error -i - -f ogg -c:a libopus - <\"$1\"" << 48000;
+    QTest::addColumn<QString>("caps");
+    const auto row = [](const char* name, const char* program, const char* caps = "") {
+        QTest::newRow(name) << QString(program) << QString(caps);
+    };
+    row("sox, WAV", "sox -t wav - -t wav -");
+    row("sox, FLAC", "sox -t wav - -t flac -");
+    row("ffmpeg, WAV", "ffmpeg -v error -i - -f wav -");
+    row("ffmpeg, Opus", "ffmpeg -v error -i - -f ogg -c:a libopus -");
+    row("ffmpeg, MP3", "ffmpeg -v error -i - -f mp3 -");
+    row("ffmpeg, Matroska", "ffmpeg -v error -i - -f matroska -c:a flac -");
+    row("oggenc", "oggenc -Q -o - -");
+    row("opusenc", "opusenc --quiet - -");
+    row("lame", "lame --quiet - -");
+    row("sox, raw samples", "sox -t wav - -t raw - pad 0 1",
+        "audio/x-unaligned-raw,format=S16LE,rate=48000,channels=2,layout=interleaved");
 }
 
-/// The output of a shell command whose first argument is `input`.
+/// Starts a shell command that reads the file `input` and writes the file `output`.
+static void startProgram(QProcess& process, const QString& command, const QString& input,
+                         const QString& output)
+{
+    process.start("sh", {"-c", "exec <\"$1\" >\"$2\"; " + command, "sh", input, output});
+}
+
+/// What a program writes.
 static QByteArray outputOf(const QString& command, const QString& input)
 {
     const QString path = TestProcess::path("output");
-    media::run("sh", {"-c", "exec >\"$2\"; " + command, "sh", input, path});
+    QProcess process;
+    startProgram(process, command, input, path);
+    if (!process.waitForFinished(patience) || process.exitCode() != 0) {
+        qFatal("%s failed", qPrintable(command));
+    }
     return media::readFile(path);
 }
 
-/// What remains when the first 44 bytes, the header of a WAV file, are taken away.
-static QByteArray wavSamples(const QByteArray& wav)
+/// What is heard of a file.
+static QByteArray heardOfFile(const QString& path)
 {
-    const QByteArray samples = wav.mid(44);
-    return media::withoutTrailingSilence(samples, 2);
+    VirtualCard card("file");
+    PlayerProbe probe(new UriSimplePlayer(path, QStringLiteral("token"), card.device()));
+    probe->startPlayback();
+    return probe.finish() == ended() ? heardOn(card, 4) : QByteArray();
 }
 
 void TestStream::livePrograms()
 {
     QFETCH(QString, program);
-    QFETCH(int, frames);
-    const QString tone = media::writeWav("tone.wav", media::tone(48000, 2, 48000));
+    QFETCH(QString, caps);
+    const QString input =
+        media::writeWav("input.wav", media::noise(SampleFormat::S16, 48000, 2, 48000));
+    QByteArray expected = caps.isEmpty()
+                              ? heardOfFile(media::writeFile("stored", outputOf(program, input)))
+                              : media::readFile(input).mid(wavHeaderSize);
+    QVERIFY(expected.size() > 150000);
     VirtualCard card("card");
-    PlayerProbe probe(newPlayer(fifo, card));
+    PlayerProbe probe(newPlayer(fifo, card, caps));
     QVERIFY(probe->startPlayback());
     QProcess encoder;
-    encoder.start("sh", {"-c", "exec >\"$2\"; " + program, "sh", tone, fifo});
+    startProgram(encoder, program, input, fifo);
     QCOMPARE(probe.finish(), ended());
     QVERIFY(encoder.state() == QProcess::NotRunning || encoder.waitForFinished());
     QCOMPARE(encoder.exitCode(), 0);
-    media::Pcm heard{card.format() == "F32" ? SampleFormat::F32 : SampleFormat::S16,
-                     card.rate(),
-                     card.channels(),
-                     {}};
-    heard.samples = media::withoutTrailingSilence(card.samples(), heard.frameSize());
-    if (frames == 0) {
-        const QByteArray spoken = wavSamples(outputOf(program, tone));
-        const qint64 missing = spoken.size() - heard.samples.size();
-        QVERIFY2(qAbs(missing) < 400 && !heard.samples.isEmpty(),
-                 qPrintable(QString::number(missing)));
-    } else {
-        // An encoder may add or take the length of a block at either end.
-        QVERIFY2(qAbs(heard.frames() - frames) < 2400, qPrintable(QString::number(heard.frames())));
+    QCOMPARE(difference(heardOn(card, 4), expected), QString());
+}
+
+void TestStream::liveSpeechArrivesButForOneFrame()
+{
+    const QString program = QStringLiteral("espeak-ng --stdout 'One two three'");
+    const QByteArray wav = outputOf(program, QProcess::nullDevice());
+    QByteArray spoken = media::withoutTrailingSilence(wav.mid(wavHeaderSize), 2);
+    QVERIFY(spoken.size() > 20000);
+    VirtualCard card("card");
+    PlayerProbe probe(newPlayer(fifo, card));
+    QVERIFY(probe->startPlayback());
+    QProcess speaker;
+    startProgram(speaker, program, QProcess::nullDevice(), fifo);
+    QCOMPARE(probe.finish(), ended());
+    const QByteArray heard = heardOn(card, 2);
+    // At 22050 Hz the times of the first block are rounded such that GStreamer's sink leaves out
+    // its first frame, in a bare pipeline, too.
+    if (heard.size() < spoken.size()) {
+        spoken.remove(0, 2);
     }
+    QCOMPARE(difference(heard, spoken), QString());
+}
+
+// ---- Manners of writing ------------------------------------------------------------------------
+
+void TestStream::mannerOfWritingDoesNotMatter_data()
+{
+    QTest::addColumn<int>("frames");
+    QTest::addColumn<double>("speed");
+    QTest::addColumn<PipeWriter::Manner>("manner");
+    const auto row = [](const char* name, int frames, double speed, int first, int chunk,
+                        int pauseMs) {
+        PipeWriter::Manner manner;
+        manner.first = first;
+        manner.chunk = chunk;
+        manner.pauseMs = pauseMs;
+        QTest::newRow(name) << frames << speed << manner;
+    };
+    row("one byte at a time", 2000, 20.0, 1, 1, 0);
+    row("a trickle", 4000, 20.0, 64, 64, 2);
+    row("all at once", 65536, 20.0, 262188, 262188, 0);
+    row("silent for a second behind the first byte", 48000, 20.0, 1, 262188, 1000);
+    // Each burst is heard for 260 ms and followed by the next one after 100 ms. Before them the
+    // sink takes two buffers without waiting, 76800 bytes: what it does not get in time it replaces
+    // by silence, in a bare pipeline, too.
+    row("bursts", 96000, 1.0, 90000, 50001, 100);
+}
+
+void TestStream::mannerOfWritingDoesNotMatter()
+{
+    QFETCH(int, frames);
+    QFETCH(double, speed);
+    QFETCH(PipeWriter::Manner, manner);
+    const media::Pcm sound = media::noise(SampleFormat::S16, 48000, 2, frames);
+    VirtualCard::Settings settings;
+    settings.speed = speed;
+    VirtualCard card("card", settings);
+    QCOMPARE(play(fifo, media::wavBytes(sound), card, manner), ended());
+    QCOMPARE(difference(heardOn(card, sound.frameSize()), sound.samples), QString());
+}
+
+namespace {
+
+/// What was heard before, during and after a gap of silence in noise, which has none itself.
+struct Gap
+{
+    explicit Gap(const QByteArray& heard)
+    {
+        const int begin = heard.indexOf(QByteArray(64, '\0'));
+        int end = qMax(begin, 0);
+        while (end < heard.size() && heard.at(end) == 0) {
+            ++end;
+        }
+        before = heard.left(begin);
+        after = begin < 0 ? QByteArray() : heard.mid(end);
+    }
+
+    QByteArray before;
+    QByteArray after;
+};
+
+} // namespace
+
+/// Writes the first fifth of a sound, is silent for a second, and writes the rest.
+static PipeWriter::Manner silentInBetween(const QByteArray& bytes)
+{
+    PipeWriter::Manner manner;
+    manner.first = bytes.size() / 5;
+    manner.chunk = bytes.size();
+    manner.pauseMs = 1000;
+    return manner;
+}
+
+void TestStream::samplesWithTimesThatComeTooLateAreSkipped()
+{
+    const media::Pcm sound = media::noise(SampleFormat::S16, 48000, 2, 144000);
+    const QByteArray bytes = media::wavBytes(sound);
+    VirtualCard card("card", realTime());
+    QCOMPARE(play(fifo, bytes, card, silentInBetween(bytes)), ended());
+    const Gap heard(heardOn(card, sound.frameSize()));
+    // All that was there in time is heard, but for a few blocks that the demultiplexer and the sink
+    // still collect, and behind the gap what is not too late by then.
+    QVERIFY(heard.before.size() >= bytes.size() / 5 - 4 * PipeWriter::atomic);
+    QVERIFY(sound.samples.startsWith(heard.before));
+    QVERIFY(sound.samples.endsWith(heard.after));
+    QVERIFY(heard.before.size() + heard.after.size() < sound.samples.size());
 }
 
 static QString rawCaps(const char* format, const char* shape)
@@ -229,18 +381,21 @@ static QString rawCaps(const char* format, const char* shape)
         .arg(format, shape);
 }
 
-static QStringList playRaw(const QString& fifo, const QByteArray& bytes, const QString& caps,
-                           const VirtualCard& card, int chunk)
+void TestStream::samplesWithoutTimesAreNeverTooLate()
 {
-    PlayerProbe probe(new StreamSimplePlayer(fifo, caps, QStringLiteral("token"), card.device()));
-    probe->startPlayback();
-    PipeWriter::Manner manner;
-    manner.chunk = chunk;
-    PipeWriter writer(fifo, bytes, manner);
-    return probe.finish();
+    const media::Pcm sound = media::noise(SampleFormat::S16, 48000, 1, 120000);
+    const QByteArray bytes = sound.samples + QByteArray(2 * usualBuffer * sound.frameSize(), '\0');
+    VirtualCard card("card", realTime());
+    QCOMPARE(play(fifo, bytes, card, silentInBetween(bytes), rawCaps("S16LE", "channels=1")),
+             ended());
+    const Gap heard(heardOn(card, sound.frameSize()));
+    QVERIFY(!heard.after.isEmpty());
+    QCOMPARE(difference(heard.before + heard.after, sound.samples), QString());
 }
 
-void TestStream::rawSamplesWithSilenceBehindArriveWhole_data()
+// ---- Raw samples and caps ----------------------------------------------------------------------
+
+void TestStream::rawSamplesNeedSilenceForTwoBuffers_data()
 {
     QTest::addColumn<QString>("caps");
     QTest::addColumn<SampleFormat>("format");
@@ -251,29 +406,82 @@ void TestStream::rawSamplesWithSilenceBehindArriveWhole_data()
                                        << SampleFormat::S24 << 6 << 1237;
 }
 
-void TestStream::rawSamplesWithSilenceBehindArriveWhole()
+void TestStream::rawSamplesNeedSilenceForTwoBuffers()
 {
     QFETCH(QString, caps);
     QFETCH(SampleFormat, format);
     QFETCH(int, channels);
     QFETCH(int, chunk);
     const media::Pcm sound = media::noise(format, 48000, channels, 48000);
-    const QByteArray silence(48000 * sound.frameSize(), '\0');
+    const QByteArray silence(2 * usualBuffer * sound.frameSize(), '\0');
+    PipeWriter::Manner manner;
+    manner.chunk = chunk;
+    // However slow the card, the sound is through when the silence is in the buffers.
     VirtualCard card("card", realTime());
-    QCOMPARE(playRaw(fifo, sound.samples + silence, caps, card, chunk), ended());
-    QVERIFY(media::withoutTrailingSilence(card.samples(), sound.frameSize()) == sound.samples);
+    QCOMPARE(play(fifo, sound.samples + silence, card, manner, caps), ended());
+    QCOMPARE(bufferOf(card), usualBuffer);
+    QCOMPARE(difference(heardOn(card, sound.frameSize()), sound.samples), QString());
 }
 
-void TestStream::rawSamplesLoseNoMoreThanTheirTail()
+void TestStream::rawSamplesLoseTwoBuffers()
 {
-    const media::Pcm sound = media::noise(SampleFormat::S16, 48000, 1, 48000);
-    VirtualCard card("card", realTime());
-    const QString caps = rawCaps("S16LE", "channels=1");
-    QCOMPARE(playRaw(fifo, sound.samples, caps, card, 4096), ended());
-    const QByteArray heard = media::withoutTrailingSilence(card.samples(), sound.frameSize());
-    QVERIFY(!heard.isEmpty());
-    QVERIFY(sound.samples.startsWith(heard));
+    // The end is reported when the last sample is in the buffers, and a stop empties them. The card
+    // stands still, so that nothing of them is heard meanwhile.
+    const int heardFrames = 4800;
+    const media::Pcm sound =
+        media::noise(SampleFormat::S16, 48000, 1, heardFrames + 2 * usualBuffer);
+    VirtualCard card("card", stallingAfter(heardFrames));
+    QCOMPARE(play(fifo, sound.samples, card, PipeWriter::Manner(), rawCaps("S16LE", "channels=1")),
+             ended());
+    QCOMPARE(difference(heardOn(card, sound.frameSize()),
+                        sound.samples.left(heardFrames * sound.frameSize())),
+             QString());
 }
+
+void TestStream::capsThatHelpOrSayNothing_data()
+{
+    QTest::addColumn<QString>("caps");
+    QTest::newRow("true") << "audio/x-wav";
+    QTest::newRow("not to be parsed") << "no caps at all, =";
+    QTest::newRow("unfinished") << "audio/x-wav,rate=(int";
+}
+
+void TestStream::capsThatHelpOrSayNothing()
+{
+    QFETCH(QString, caps);
+    const media::Pcm sound = media::noise(SampleFormat::S16, 48000, 2, 24000);
+    VirtualCard card("card");
+    QCOMPARE(play(fifo, media::wavBytes(sound), card, PipeWriter::Manner(), caps), ended());
+    QCOMPARE(difference(heardOn(card, sound.frameSize()), sound.samples), QString());
+}
+
+void TestStream::capsThatLieAreReported_data()
+{
+    QTest::addColumn<QString>("caps");
+    QTest::newRow("Ogg") << "application/ogg";
+    QTest::newRow("FLAC") << "audio/x-flac";
+    QTest::newRow("video") << "video/x-raw";
+    QTest::newRow("not fixed") << "ANY";
+}
+
+void TestStream::capsThatLieAreReported()
+{
+    QFETCH(QString, caps);
+    // GStreamer complains of caps that are not fixed, and goes on.
+    const guint ignoring = g_log_set_handler(
+        "GStreamer", G_LOG_LEVEL_CRITICAL,
+        [](const gchar*, GLogLevelFlags, const gchar*, gpointer) {}, nullptr);
+    const media::Pcm sound = media::noise(SampleFormat::S16, 48000, 2, 24000);
+    VirtualCard card("card");
+    const QStringList outcomes =
+        play(fifo, media::wavBytes(sound), card, PipeWriter::Manner(), caps);
+    g_log_remove_handler("GStreamer", ignoring);
+    QCOMPARE(outcomes.size(), 1);
+    QVERIFY2(outcomes.first().startsWith("error token: "), qPrintable(outcomes.first()));
+    QCOMPARE(card.frames(), 0);
+}
+
+// ---- Writers -----------------------------------------------------------------------------------
 
 void TestStream::writersThatOverlapAreOneStream()
 {
@@ -291,7 +499,7 @@ void TestStream::writersThatOverlapAreOneStream()
     QVERIFY(second.waitForOpened());
     QVERIFY(first.close());
     QCOMPARE(probe.finish(), ended());
-    QVERIFY(media::withoutTrailingSilence(card.samples(), sound.frameSize()) == sound.samples);
+    QCOMPARE(difference(heardOn(card, sound.frameSize()), sound.samples), QString());
 }
 
 void TestStream::writerAfterTheEndFindsNoReader()
@@ -299,7 +507,8 @@ void TestStream::writerAfterTheEndFindsNoReader()
     VirtualCard card("card");
     PlayerProbe probe(newPlayer(fifo, card));
     QVERIFY(probe->startPlayback());
-    PipeWriter first(fifo, media::wavBytes(media::noise(SampleFormat::S16, 48000, 2, 4800)));
+    // A container that tells its length would end before its writer does.
+    PipeWriter first(fifo, endlessWav(media::noise(SampleFormat::S16, 48000, 2, 4800)));
     QVERIFY(probe.waitForOutcome());
     QVERIFY(first.waitForFinished());
     const auto findsReader = [this] {
@@ -318,21 +527,44 @@ void TestStream::writerAfterTheEndFindsNoReader()
     QCOMPARE(probe.finish(), ended());
 }
 
+/// Waits until a writer can write no more because this thread, which runs the reader, does not
+/// read.
+/// @return how much it has written then, -1 if it does not stop
+static qint64 waitUntilFull(const PipeWriter& writer)
+{
+    const QDeadlineTimer deadline(patience);
+    while (!deadline.hasExpired()) {
+        const qint64 before = writer.written();
+        if (writer.isAsleep() && writer.written() == before) {
+            return before;
+        }
+        QThread::yieldCurrentThread();
+    }
+    return -1;
+}
+
 void TestStream::killedWriterEndsTheStream()
 {
-    const media::Pcm sound = media::noise(SampleFormat::S16, 48000, 2, 48000);
+    // Far more than what the pipe, the source and the queues behind the decoder hold together.
+    const media::Pcm sound = media::noise(SampleFormat::S16, 192000, 2, 6 * 1024 * 1024);
+    const QByteArray bytes = endlessWav(sound);
     PipeWriter::Manner manner;
-    manner.keepOpen = true;
+    manner.chunk = PipeWriter::atomic;
     VirtualCard card("card");
     PlayerProbe probe(newPlayer(fifo, card));
     QVERIFY(probe->startPlayback());
-    PipeWriter writer(fifo, endlessWav(sound), manner);
-    QVERIFY(waitFor([&card] { return card.frames() > 0; }));
+    PipeWriter writer(fifo, bytes, manner);
+    QVERIFY(writer.waitForOpened());
+    QVERIFY(waitFor([&card] { return card.has("first-frame"); }));
+    const qint64 written = waitUntilFull(writer);
+    QVERIFY(written > 0 && written < bytes.size());
+    QVERIFY(writer.isRunning());
     QVERIFY(writer.kill());
     QCOMPARE(probe.finish(), ended());
-    const QByteArray heard = media::withoutTrailingSilence(card.samples(), sound.frameSize());
-    QVERIFY(!heard.isEmpty());
-    QVERIFY(sound.samples.startsWith(heard));
+    // What the writer has written is heard, to the last sample.
+    QCOMPARE(difference(heardOn(card, sound.frameSize()),
+                        bytes.mid(wavHeaderSize, int(written) - wavHeaderSize)),
+             QString());
 }
 
 void TestStream::writerBeforeTheStartIsNeverHeard()
@@ -364,6 +596,31 @@ void TestStream::writerThatNeverComesCanBeStopped()
     QVERIFY(QFile::exists(fifo));
 }
 
+void TestStream::writerThatWritesNothingEndsTheStream()
+{
+    VirtualCard card("card");
+    const QStringList outcomes = play(fifo, QByteArray(), card);
+    QCOMPARE(outcomes, QStringList("error token: Stream doesn't contain enough data."));
+    QCOMPARE(card.frames(), 0);
+}
+
+void TestStream::writerBehindTheEndOfTheItemCanBeReleased()
+{
+    // The header tells the length, and what stands behind is no sound.
+    const media::Pcm sound = media::noise(SampleFormat::S16, 48000, 2, 24000);
+    VirtualCard card("card");
+    PlayerProbe probe(newPlayer(fifo, card));
+    QVERIFY(probe->startPlayback());
+    PipeWriter writer(fifo, media::wavBytes(sound) + QByteArray(1 << 20, 'x'));
+    QVERIFY(probe.waitForOutcome());
+    QVERIFY(writer.isRunning());
+    QVERIFY(probe->stopPlayback());
+    QVERIFY(!writer.waitForFinished());
+    QVERIFY(!writer.isRunning());
+    QCOMPARE(probe.finish(), ended());
+    QCOMPARE(difference(heardOn(card, sound.frameSize()), sound.samples), QString());
+}
+
 void TestStream::removedPipeGoesOnWhileOpen()
 {
     const media::Pcm sound = media::noise(SampleFormat::S16, 48000, 2, 48000);
@@ -374,7 +631,53 @@ void TestStream::removedPipeGoesOnWhileOpen()
     QVERIFY(writer.waitForOpened());
     QVERIFY(QFile::remove(fifo));
     QCOMPARE(probe.finish(), ended());
-    QVERIFY(media::withoutTrailingSilence(card.samples(), sound.frameSize()) == sound.samples);
+    QCOMPARE(difference(heardOn(card, sound.frameSize()), sound.samples), QString());
+}
+
+void TestStream::pathWithoutAPipeIsOnlyStopped_data()
+{
+    QTest::addColumn<QString>("path");
+    QTest::newRow("empty") << QString();
+    QTest::newRow("folder that is not there") << TestProcess::path("missing/fifo");
+    QTest::newRow("regular file") << media::writeWav(
+        "regular.wav", media::noise(SampleFormat::S16, 48000, 2, 4800));
+    QTest::newRow("directory") << TestProcess::path();
+}
+
+void TestStream::pathWithoutAPipeIsOnlyStopped()
+{
+    QFETCH(QString, path);
+    const bool isFile = path.endsWith(".wav");
+    const QByteArray content = isFile ? media::readFile(path) : QByteArray();
+    VirtualCard card("card");
+    PlayerProbe probe(newPlayer(path, card));
+    QVERIFY(probe->startPlayback());
+    deliverQueuedEvents();
+    QCOMPARE(probe.outcomes.all, QStringList());
+    QVERIFY(probe->stopPlayback());
+    QCOMPARE(probe.finish(), QStringList("stopped token"));
+    QCOMPARE(card.frames(), 0);
+    if (isFile) {
+        QCOMPARE(media::readFile(path), content);
+    }
+}
+
+// ---- The writer waits --------------------------------------------------------------------------
+
+/// Waits until a writer sleeps although the loop turns: an enabled reader would read in each turn.
+/// @return how much the writer has written then, -1 if it is never held
+static qint64 waitUntilHeld(const PipeWriter& writer)
+{
+    qint64 last = -1;
+    int turns = 0;
+    const bool held = waitFor([&] {
+        const qint64 now = writer.written();
+        turns = writer.isAsleep() && now == last ? turns + 1 : 0;
+        last = now;
+        deliverQueuedEvents();
+        return turns >= 100;
+    });
+    return held ? last : -1;
 }
 
 /// The memory of this process that is in use, in KiB.
@@ -388,63 +691,54 @@ static qint64 residentKiB()
     return -1;
 }
 
-/// What a child process has written so far, in bytes, and whether it sleeps.
-struct Written
+/// Whether a recording has `bytes` so many times, and then nothing but silence. Looks at one of
+/// them after the other: all together may not fit into memory.
+static bool holdsRepeated(const QString& recording, const QByteArray& bytes, int times)
 {
-    qint64 bytes = -1;
-    bool sleeps = false;
-};
-
-static Written writtenBy(const QByteArray& pid)
-{
-    Written written;
-    for (const QByteArray& line : media::readFile("/proc/" + pid + "/io").split('\n')) {
-        if (line.startsWith("wchar: ")) {
-            written.bytes = line.mid(7).toLongLong();
-        }
+    QFile file(recording);
+    bool same = file.open(QIODevice::ReadOnly);
+    same = same && file.seek(file.peek(100).indexOf("data") + 8);
+    for (int i = 0; same && i < times; ++i) {
+        same = file.read(bytes.size()) == bytes;
     }
-    const QByteArray stat = media::readFile("/proc/" + pid + "/stat");
-    written.sleeps = stat.mid(stat.lastIndexOf(')') + 2, 1) == "S";
-    return written;
+    while (same && !file.atEnd()) {
+        const QByteArray rest = file.read(1 << 20);
+        same = rest.count('\0') == rest.size();
+    }
+    return same;
 }
 
-/// Waits until a writer sleeps although the loop turns: an enabled reader would read in each turn.
-/// @return how much the writer has written then, -1 if it is never held
-static qint64 waitUntilHeld(const QByteArray& pid)
+/// How many MiB of sound the test of a paused player plays. KOVA_LONG_TESTS=1 in the environment
+/// makes it 1 GiB, which takes about half a minute and as much room in the temporary folder.
+static int manyMiB()
 {
-    qint64 last = -1;
-    int turns = 0;
-    const bool held = waitFor([&] {
-        const Written now = writtenBy(pid);
-        turns = now.sleeps && now.bytes == last ? turns + 1 : 0;
-        last = now.bytes;
-        deliverQueuedEvents();
-        return turns >= 100;
-    });
-    return held ? last : -1;
+    return qEnvironmentVariableIntValue("KOVA_LONG_TESTS") > 0 ? 1024 : 96;
 }
 
 void TestStream::pausedPlayerLetsTheWriterWait()
 {
-    // Far more than what the pipe, the source and the queues behind the decoder hold together.
-    const media::Pcm sound = media::noise(SampleFormat::S16, 48000, 2, 24 * 1024 * 1024 / 4);
-    const QByteArray bytes = endlessWav(sound);
+    // Each second of sound has many bytes, 2 MiB are written again and again.
+    const media::Pcm sound = media::noise(SampleFormat::S32, 192000, 8, 65536);
+    PipeWriter::Manner manner;
+    manner.once = wavHeaderSize;
+    manner.times = manyMiB() / 2;
     VirtualCard::Settings settings;
     settings.speed = 200.0;
     VirtualCard card("card", settings);
     PlayerProbe probe(newPlayer(fifo, card));
     QVERIFY(probe->startPlayback());
-    const qint64 before = residentKiB();
-    PipeWriter writer(fifo, bytes);
-    const QByteArray pid = media::readFile("/proc/thread-self/children").trimmed();
-    QVERIFY(waitFor([&card] { return card.has("first-frame"); }));
+    PipeWriter writer(fifo, endlessWav(sound), manner);
+    QVERIFY(writer.waitForOpened());
+    // A pause while the sink fills the card's buffer for the first time may cost a period of sound.
+    const qint64 aSecond = sound.rate * sound.frameSize();
+    QVERIFY(waitFor([&] { return QFileInfo(card.recordPath()).size() > aSecond; }));
     QVERIFY(probe->pausePlayback());
-    const qint64 held = waitUntilHeld(pid);
-    QVERIFY(held >= 0);
-    QVERIFY2(held < bytes.size(), qPrintable(QString::number(held)));
+    const qint64 held = waitUntilHeld(writer);
+    QVERIFY(held > 0 && held < sound.samples.size() * qint64(manner.times));
     QCOMPARE(probe.outcomes.all, QStringList());
+    const qint64 before = residentKiB(); // now all queues are full
     QVERIFY(probe->startPlayback());
-    qint64 peak = residentKiB();
+    qint64 peak = before;
     QVERIFY(waitFor([&] {
         peak = qMax(peak, residentKiB());
         return !probe.outcomes.all.isEmpty();
@@ -453,20 +747,118 @@ void TestStream::pausedPlayerLetsTheWriterWait()
     QVERIFY(writer.waitForFinished());
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
     // The sanitizers keep what was freed.
-    QVERIFY2(peak - before < 12 * 1024, qPrintable(QString::number(peak - before)));
+    QVERIFY2(peak - before < 8 * 1024, qPrintable(QString::number(peak - before)));
 #endif
-    QVERIFY(media::withoutTrailingSilence(card.samples(), sound.frameSize()) == sound.samples);
+    QVERIFY(holdsRepeated(card.recordPath(), sound.samples, manner.times));
+}
+
+void TestStream::cardThatStandsStillLetsTheWriterWait()
+{
+    const media::Pcm sound = media::noise(SampleFormat::S16, 48000, 2, 4 * 1024 * 1024);
+    const QByteArray bytes = endlessWav(sound);
+    const int heardFrames = 4800;
+    VirtualCard card("card", stallingAfter(heardFrames));
+    PlayerProbe probe(newPlayer(fifo, card));
+    QVERIFY(probe->startPlayback());
+    PipeWriter writer(fifo, bytes);
+    QVERIFY(writer.waitForOpened());
+    QVERIFY(waitFor([&card] { return card.frames() == heardFrames; }));
+    const qint64 held = waitUntilHeld(writer);
+    QVERIFY(held > 0 && held < bytes.size());
+    QCOMPARE(probe.outcomes.all, QStringList());
+    QVERIFY(writer.isRunning());
+    QVERIFY(probe->stopPlayback());
+    QVERIFY(!writer.waitForFinished()); // it has lost its reader
+    QVERIFY(!writer.isRunning());
+    QCOMPARE(probe.finish(), QStringList("stopped token"));
+    QCOMPARE(difference(heardOn(card, sound.frameSize()),
+                        sound.samples.left(heardFrames * sound.frameSize())),
+             QString());
+}
+
+void TestStream::cardThatVanishesIsReported()
+{
+    const media::Pcm sound = media::noise(SampleFormat::S16, 48000, 2, 4 * 1024 * 1024);
+    VirtualCard::Settings settings;
+    settings.vanishAfter = 4800;
+    VirtualCard card("card", settings);
+    PlayerProbe probe(newPlayer(fifo, card));
+    QVERIFY(probe->startPlayback());
+    PipeWriter writer(fifo, endlessWav(sound));
+    QVERIFY(probe.waitForOutcome());
+    // The writer may still wait if reading was held just then: a stop lets it go.
+    QVERIFY(!probe->stopPlayback());
+    QVERIFY(!writer.waitForFinished());
+    QVERIFY(!writer.isRunning());
+    const QStringList outcomes = probe.finish();
+    QCOMPARE(outcomes.size(), 1);
+    QVERIFY2(outcomes.first().startsWith("error token: "), qPrintable(outcomes.first()));
+}
+
+// ---- Many players ------------------------------------------------------------------------------
+
+namespace {
+
+/// What a process holds of the system.
+struct Holdings
+{
+    int descriptors = entries("/proc/self/fd");
+    int threads = entries("/proc/self/task");
+    int files = entries(TestProcess::path());
+
+    static int entries(const QString& folder)
+    {
+        return QDir(folder)
+            .entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot)
+            .size();
+    }
+};
+
+} // namespace
+
+/// One short life of a player, of another kind with each number.
+static void liveShortly(const QString& fifo, const VirtualCard& card, int number)
+{
+    PlayerProbe probe(newPlayer(fifo, card));
+    if (number % 4 == 0) {
+        return;
+    }
+    QVERIFY(probe->startPlayback());
+    int writer = -1;
+    if (number % 4 >= 2) {
+        writer = ::open(QFile::encodeName(fifo).constData(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+        const QByteArray bytes = media::wavBytes(media::noise(SampleFormat::S16, 48000, 2, 4800));
+        QCOMPARE(::write(writer, bytes.constData(), std::size_t(bytes.size())),
+                 ssize_t(bytes.size()));
+        deliverQueuedEvents();
+    }
+    if (number % 4 == 3) {
+        QVERIFY(probe->stopPlayback());
+        deliverQueuedEvents();
+    }
+    QCOMPARE(probe.destroy(), number % 4 == 3 ? QStringList("stopped token") : QStringList());
+    if (writer >= 0) {
+        ::close(writer);
+    }
 }
 
 void TestStream::quickRoundsLeaveNothing()
 {
     VirtualCard card("card");
-    const QDeadlineTimer budget(2000);
-    do {
-        PlayerProbe probe(newPlayer(fifo, card));
-        QVERIFY(probe->startPlayback());
-        QCOMPARE(probe.destroy(), QStringList());
-    } while (!budget.hasExpired());
+    for (int i = 0; i < 8; ++i) {
+        liveShortly(fifo, card, i);
+    }
+    const Holdings before;
+    // Thousands, unless the machine is too slow for that.
+    const QDeadlineTimer budget(5000);
+    int rounds = 0;
+    while (rounds < 4000 && !budget.hasExpired()) {
+        liveShortly(fifo, card, rounds++);
+    }
+    QCOMPARE(Holdings().files, before.files);
+    QVERIFY(waitFor([&before] { return Holdings().descriptors <= before.descriptors; }));
+    // Threads that have nothing to do are kept for a while, but only a few.
+    QVERIFY(waitFor([&before] { return Holdings().threads <= before.threads + 4; }));
 }
 
 KOVA_TEST_MAIN(TestStream)

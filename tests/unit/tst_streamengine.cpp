@@ -882,6 +882,11 @@ const QMap<QString, std::function<void(Scene&)>> events{
      }},
     {"pause", [](Scene& scene) { QVERIFY(scene.engine->pausePlayback()); }},
     {"bus error", [](Scene& scene) { postError(scene); }},
+    {"bus error and need-data",
+     [](Scene& scene) {
+         postError(scene);
+         scene.engine->receive(true);
+     }},
     {"data without a pipeline",
      [](Scene& scene) {
          scene.engine->releaseGstPipeline();
@@ -917,6 +922,7 @@ void TestStreamEngine::readerFollowsItsStates_data()
         row(from, "enough-data", "held");
         row(from, "pause", from);
         row(from, "bus error", from);
+        row(from, "bus error and need-data", "reading");
         for (const char* event : {"stop", "stop and start", "close", "destruction"}) {
             row(from, event, "ended");
         }
