@@ -69,6 +69,7 @@ private Q_SLOTS:
     void pathWithoutAPipeIsOnlyStopped_data();
     void pathWithoutAPipeIsOnlyStopped();
 
+    void fastWriterWaitsAndMemoryStays();
     void pausedPlayerLetsTheWriterWait();
     void cardThatStandsStillLetsTheWriterWait();
     void cardThatVanishesIsReported();
@@ -336,6 +337,22 @@ static QByteArrayList pieces(const QByteArray& heard)
     return all;
 }
 
+/// How many bytes of a sound were left out between gaps; -1 if what was heard is anything else than
+/// its beginning, its end and pieces in between, each once and in their order.
+static int leftOut(const QByteArrayList& heard, const QByteArray& sound)
+{
+    int end = 0;
+    for (const QByteArray& piece : heard) {
+        const int begin = sound.indexOf(piece, end);
+        if (begin < 0) {
+            return -1;
+        }
+        end = begin + piece.size();
+    }
+    const bool whole = !heard.isEmpty() && sound.startsWith(heard.first()) && end == sound.size();
+    return whole ? sound.size() - heard.join().size() : -1;
+}
+
 /// Plays bytes from two writers that overlap: the second one begins when so much more sound than
 /// what the first one wrote was to be heard that the card ran dry.
 static QStringList playWithAGap(const QString& fifo, const QByteArray& bytes,
@@ -361,17 +378,8 @@ void TestStream::samplesWithTimesThatComeTooLateAreSkipped()
     QCOMPARE(playWithAGap(fifo, endlessWav(sound), card), ended());
     const QByteArrayList heard = pieces(heardOn(card, sound.frameSize()));
     QVERIFY(heard.size() > 1);
-    QVERIFY(sound.samples.startsWith(heard.first()));
-    QVERIFY(sound.samples.endsWith(heard.last()));
-    // Behind a gap goes on what is not too late by then: something is left out, and nothing is
-    // heard twice.
-    int end = 0;
-    for (const QByteArray& piece : heard) {
-        const int begin = sound.samples.indexOf(piece, end);
-        QVERIFY(begin >= 0);
-        end = begin + piece.size();
-    }
-    QVERIFY(heard.join().size() < sound.samples.size());
+    // Behind the gap goes on what is not too late by then.
+    QVERIFY(leftOut(heard, sound.samples) > 0);
 }
 
 static QString rawCaps(const char* format, const char* shape)
@@ -501,6 +509,16 @@ void TestStream::writersThatOverlapAreOneStream()
     QCOMPARE(difference(heardOn(card, sound.frameSize()), sound.samples), QString());
 }
 
+/// Whether a writer would find the FIFO open for reading.
+static bool hasReader(const QString& fifo)
+{
+    const int end = ::open(QFile::encodeName(fifo).constData(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+    if (end >= 0) {
+        ::close(end);
+    }
+    return end >= 0;
+}
+
 void TestStream::writerAfterTheEndFindsNoReader()
 {
     VirtualCard card("card");
@@ -510,19 +528,11 @@ void TestStream::writerAfterTheEndFindsNoReader()
     PipeWriter first(fifo, endlessWav(media::noise(SampleFormat::S16, 48000, 2, 4800)));
     QVERIFY(probe.waitForOutcome());
     QVERIFY(first.waitForFinished());
-    const auto findsReader = [this] {
-        const int fd =
-            ::open(QFile::encodeName(fifo).constData(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
-        if (fd >= 0) {
-            ::close(fd);
-        }
-        return fd >= 0;
-    };
-    QVERIFY(!findsReader());
+    QVERIFY(!hasReader(fifo));
     // A further start of the same player does not open the pipe again.
     QVERIFY(probe->stopPlayback());
     QVERIFY(probe->startPlayback());
-    QVERIFY(!findsReader());
+    QVERIFY(!hasReader(fifo));
     QCOMPARE(probe.finish(), ended());
 }
 
@@ -577,6 +587,7 @@ void TestStream::writerBeforeTheStartIsNeverHeard()
     QVERIFY(writer.waitForWritten());
     deliverQueuedEvents();
     QVERIFY(probe->startPlayback());
+    QVERIFY(!hasReader(fifo));
     QVERIFY(writer.close());
     deliverQueuedEvents();
     QVERIFY(probe->stopPlayback());
@@ -714,14 +725,14 @@ static QString differenceFromRepeated(const QString& recording, const QByteArray
     return QString();
 }
 
-/// How many MiB of sound the test of a paused player plays. KOVA_LONG_TESTS=1 in the environment
+/// How many MiB of sound the test of a fast writer plays. KOVA_LONG_TESTS=1 in the environment
 /// makes it 1 GiB, which takes about half a minute and as much room in the temporary folder.
 static int manyMiB()
 {
     return qEnvironmentVariableIntValue("KOVA_LONG_TESTS") > 0 ? 1024 : 96;
 }
 
-void TestStream::pausedPlayerLetsTheWriterWait()
+void TestStream::fastWriterWaitsAndMemoryStays()
 {
     // Each second of sound has many bytes, 2 MiB are written again and again.
     const media::Pcm sound = media::noise(SampleFormat::S32, 192000, 8, 65536);
@@ -734,16 +745,10 @@ void TestStream::pausedPlayerLetsTheWriterWait()
     PlayerProbe probe(newPlayer(fifo, card));
     QVERIFY(probe->startPlayback());
     PipeWriter writer(fifo, endlessWav(sound), manner);
-    QVERIFY(writer.waitForOpened());
-    // A pause while the sink fills the card's buffer for the first time may cost a period of sound.
-    const qint64 aSecond = sound.rate * sound.frameSize();
-    QVERIFY(waitFor([&] { return QFileInfo(card.recordPath()).size() > aSecond; }));
-    QVERIFY(probe->pausePlayback());
-    const qint64 held = waitUntilHeld(writer);
-    QVERIFY(held > 0 && held < sound.samples.size() * qint64(manner.times));
-    QCOMPARE(probe.outcomes.all, QStringList());
-    const qint64 before = residentKiB(); // now all queues are full
-    QVERIFY(probe->startPlayback());
+    // By then all queues are full: they hold a second and a half.
+    const qint64 twoSeconds = 2 * sound.rate * sound.frameSize();
+    QVERIFY(waitFor([&] { return QFileInfo(card.recordPath()).size() > twoSeconds; }));
+    const qint64 before = residentKiB();
     qint64 peak = before;
     QVERIFY(waitFor([&] {
         peak = qMax(peak, residentKiB());
@@ -753,9 +758,33 @@ void TestStream::pausedPlayerLetsTheWriterWait()
     QVERIFY(writer.waitForFinished());
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
     // The sanitizers keep what was freed.
-    QVERIFY2(peak - before < 8 * 1024, qPrintable(QString::number(peak - before)));
+    QVERIFY2(peak - before < 16 * 1024, qPrintable(QString::number(peak - before)));
 #endif
     QCOMPARE(differenceFromRepeated(card.recordPath(), sound.samples, manner.times), QString());
+}
+
+void TestStream::pausedPlayerLetsTheWriterWait()
+{
+    // Far more than what the pipe, the source and the queues behind the decoder hold together.
+    const media::Pcm sound = media::noise(SampleFormat::S16, 48000, 2, 1024 * 1024);
+    const QByteArray bytes = endlessWav(sound);
+    VirtualCard card("card");
+    PlayerProbe probe(newPlayer(fifo, card));
+    QVERIFY(probe->startPlayback());
+    PipeWriter writer(fifo, bytes);
+    QVERIFY(writer.waitForOpened());
+    QVERIFY(waitFor([&card] { return card.frames() > 4 * usualBuffer; }));
+    QVERIFY(probe->pausePlayback());
+    const qint64 held = waitUntilHeld(writer);
+    QVERIFY(held > 0 && held < bytes.size());
+    QCOMPARE(probe.outcomes.all, QStringList());
+    QVERIFY(probe->startPlayback());
+    QCOMPARE(probe.finish(), ended());
+    QVERIFY(writer.waitForFinished());
+    // On a busy machine the sink may go on with a period of silence instead of sound.
+    const int missing = leftOut(pieces(heardOn(card, sound.frameSize())), sound.samples);
+    const int period = usualBuffer / 20 * sound.frameSize();
+    QVERIFY2(missing >= 0 && missing <= 2 * period, qPrintable(QString::number(missing)));
 }
 
 void TestStream::cardThatStandsStillLetsTheWriterWait()
