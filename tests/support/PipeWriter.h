@@ -17,7 +17,7 @@ public:
         int chunk = 65536;     ///< bytes of every other write
         int pauseMs = 0;       ///< pause after each write, in milliseconds
         int times = 1;         ///< how often the bytes are written, one time after another
-        int once = 0;          ///< so many bytes at the beginning are written the first time only
+        int silence = 0;       ///< zero bytes behind all that
         bool keepOpen = false; ///< holds the FIFO open after the last byte, until close()
     };
 

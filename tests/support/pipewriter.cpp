@@ -1,9 +1,9 @@
-// Copies a file into a FIFO: pipewriter FIFO FILE FIRST CHUNK PAUSE_MS TIMES ONCE
+// Copies a file into a FIFO: pipewriter FIFO FILE FIRST CHUNK PAUSE_MS TIMES SILENCE
 //
 // The first write has FIRST bytes, all others CHUNK, each with a pause behind it; the file is
-// copied TIMES times, all but the first time without its first ONCE bytes. Says "opened" when the
-// FIFO has a reader and "written" when all is in it, and then holds the FIFO open until its
-// standard input ends. Ends with status 0, or with 1 and a reason on stderr.
+// copied TIMES times, and SILENCE zero bytes follow. Says "opened" when the FIFO has a reader and
+// "written" when all is in it, and then holds the FIFO open until its standard input ends. Ends
+// with status 0, or with 1 and a reason on stderr.
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -51,7 +51,7 @@ struct Manner
     std::size_t chunk;
     std::chrono::milliseconds pause;
     unsigned long times;
-    std::size_t once;
+    std::size_t silence;
 };
 
 static std::vector<char> readAll(int file)
@@ -66,7 +66,7 @@ static bool copy(const std::vector<char>& bytes, int fifo, const Manner& manner)
 {
     std::size_t size = manner.first;
     for (unsigned long time = 0; time < manner.times; ++time) {
-        for (std::size_t done = time == 0 ? 0 : manner.once; done < bytes.size();) {
+        for (std::size_t done = 0; done < bytes.size();) {
             size = std::min(size, bytes.size() - done);
             if (!writeAll(fifo, bytes.data() + done, size)) {
                 return false;
@@ -76,7 +76,8 @@ static bool copy(const std::vector<char>& bytes, int fifo, const Manner& manner)
             std::this_thread::sleep_for(manner.pause);
         }
     }
-    return true;
+    const std::vector<char> silence(manner.silence);
+    return writeAll(fifo, silence.data(), silence.size());
 }
 
 static unsigned long number(const char* text)
@@ -87,7 +88,7 @@ static unsigned long number(const char* text)
 int main(int argc, char** argv)
 {
     if (argc != 8) {
-        std::cerr << "usage: pipewriter FIFO FILE FIRST CHUNK PAUSE_MS TIMES ONCE\n";
+        std::cerr << "usage: pipewriter FIFO FILE FIRST CHUNK PAUSE_MS TIMES SILENCE\n";
         return EXIT_FAILURE;
     }
     static_cast<void>(std::signal(SIGPIPE, SIG_IGN)); // a reader that goes is an error of write()
