@@ -13,12 +13,12 @@ public:
     /// How the bytes are written.
     struct Manner
     {
-        int first = 0;         ///< bytes of the very first write; like all others when 0
-        int chunk = 65536;     ///< bytes of every other write
+        int chunk = 65536;     ///< bytes of one write
         int pauseMs = 0;       ///< pause after each write, in milliseconds
+        bool keepOpen = false; ///< holds the FIFO open after the last byte, until close()
+        int first = 0;         ///< bytes of the very first write; like all others when 0
         int times = 1;         ///< how often the bytes are written, one time after another
         int silence = 0;       ///< zero bytes behind all that
-        bool keepOpen = false; ///< holds the FIFO open after the last byte, until close()
     };
 
     /// A write of so many bytes at most goes into a FIFO as a whole or not at all.

@@ -95,6 +95,10 @@ int main(int argc, char** argv)
     const Manner manner{number(argv[3]), number(argv[4]),
                         std::chrono::milliseconds(number(argv[5])), number(argv[6]),
                         number(argv[7])};
+    if (manner.first == 0 || manner.chunk == 0) {
+        std::cerr << "pipewriter: a write of no bytes never ends\n";
+        return EXIT_FAILURE;
+    }
     const int source = ::open(argv[2], O_RDONLY | O_CLOEXEC);
     const int fifo = ::open(argv[1], O_WRONLY | O_CLOEXEC);
     if (source < 0 || fifo < 0) {
