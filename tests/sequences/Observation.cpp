@@ -1,5 +1,22 @@
 #include "sequences/Observation.h"
 
+#include <QtCore/QRegularExpression>
+
+Observation Observation::atAnyPace() const
+{
+    static const QRegularExpression ofStreaming(
+        "GStreamer state change: |::newPadCallback|::feedDataCallback|::seekDataCallback|"
+        "::on_receiveNewData|Cropping to size|Pushed buffer|Unable to push buffer|EOS sent");
+    Observation calm = *this;
+    calm.log.clear();
+    for (const QString& line : log) {
+        if (!line.contains(ofStreaming)) {
+            calm.log.append(line);
+        }
+    }
+    return calm;
+}
+
 QStringList Observation::text() const
 {
     static const char* const readers[] = {"none", "reading", "held", "ended"};

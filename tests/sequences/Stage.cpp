@@ -21,6 +21,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+Scenery scenery;
+
 namespace {
 
 // The members of the engines that are protected: a derived class may name them.
@@ -94,15 +96,13 @@ QString Stage::itemPath(Source source)
 void Stage::makePlayer()
 {
     const QString token = QStringLiteral("T");
-    const QString device = QStringLiteral("device");
     const QString path = itemPath(source);
     if (source == Source::Uri) {
-        player = std::make_unique<UriSimplePlayer>(path, token, device);
+        player = std::make_unique<UriSimplePlayer>(path, token, scenery.device);
     } else if (source == Source::Data) {
-        player = std::make_unique<DataSimplePlayer>(QByteArray(PlayerModel::arraySize, 'a'), token,
-                                                    device);
+        player = std::make_unique<DataSimplePlayer>(scenery.item, token, scenery.device);
     } else {
-        player = std::make_unique<StreamSimplePlayer>(path, QString(), token, device);
+        player = std::make_unique<StreamSimplePlayer>(path, QString(), token, scenery.device);
         writer = ::open(QFile::encodeName(path).constData(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
     }
     engine = player->findChild<SimplePlayerImpl*>();
@@ -133,6 +133,9 @@ void Stage::connectSignals()
 void Stage::emitted(const QString& outcome)
 {
     const bool onOurThread = QThread::currentThread() == QCoreApplication::instance()->thread();
+    if (!onOurThread && scenery.realElements) {
+        return; // a push that was in flight when the player was stopped, at its own pace
+    }
     if (context == Context::Loop && onOurThread) {
         seen.signalsEmitted.append(outcome);
         ++outcomesOfLoop;

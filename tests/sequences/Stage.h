@@ -13,8 +13,17 @@
 
 class SimplePlayerImpl;
 
-/// One real player with its real engine and pipe, among inert elements, from its construction to
-/// its end. Takes the steps and tells what can be seen of it.
+/// What the players of this process are made of.
+struct Scenery
+{
+    bool realElements = false; ///< else inert ones
+    QString device = QStringLiteral("device");
+    QByteArray item; ///< in memory
+};
+extern Scenery scenery;
+
+/// One real player with its real engine and pipe, from its construction to its end. Takes the steps
+/// and tells what can be seen of it.
 class Stage
 {
 public:

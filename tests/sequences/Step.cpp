@@ -30,6 +30,12 @@ Sequence allSteps(Source source)
     return common;
 }
 
+Sequence certainSteps(Source source)
+{
+    // Whether a source can seek at this very moment is not certain.
+    return source == Source::Uri ? "spxdrEFWCI" : "spxldrEFWCI";
+}
+
 std::string inWords(const Sequence& sequence)
 {
     static const std::map<char, const char*> words{{'s', "start"},

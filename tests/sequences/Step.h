@@ -52,7 +52,11 @@ using Sequence = std::string;
 Sequence everydaySteps(Source source);
 Sequence allSteps(Source source);
 
-/// "start, run the loop, stop"
+/// Those after which it is certain what a player does with real elements, whose threads go their
+/// own way: nothing that comes from a source.
+Sequence certainSteps(Source source);
+
+/// "start, run the event loop, stop"
 std::string inWords(const Sequence& sequence);
 
 #endif

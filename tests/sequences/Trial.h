@@ -8,12 +8,13 @@
 #include <memory>
 #include <vector>
 
-/// The process in which players are tried: GStreamer with nothing but inert elements, Qt, and the
-/// items to play.
+/// The process in which players are tried: Qt, the items to play, and GStreamer with nothing but
+/// inert elements, or with its real ones and a virtual sound card that stands still before the item
+/// ends.
 class TrialWorld
 {
 public:
-    TrialWorld(int& argc, char** argv);
+    TrialWorld(int& argc, char** argv, bool realElements);
     ~TrialWorld();
     TrialWorld(const TrialWorld&) = delete;
     TrialWorld& operator=(const TrialWorld&) = delete;
@@ -55,7 +56,8 @@ private:
 };
 
 /// A sequence of steps that can happen, drawn by chance; the player is not destroyed.
-Sequence randomSequence(Source source, int length, quint32 seed);
+/// @param steps  what it is made of
+Sequence randomSequence(Source source, const Sequence& steps, int length, quint32 seed);
 
 /// A sequence that fails too, from which no step can be taken away any more.
 /// @param fails  whether a sequence fails

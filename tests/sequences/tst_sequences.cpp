@@ -7,6 +7,8 @@
 //     --random N       N sequences of 200 steps, drawn by chance
 //     --seed S         the seed of the first of them; each further one has the next
 //     --long           --length 6 --all-length 5 --random 10000 and a new seed
+//     --real           with GStreamer's real elements and a virtual sound card: only steps after
+//                      which it is certain what the player does; --all-length is without effect
 //     --run WORD       one sequence, as a failure names it
 //
 // Players are tried in a process of their own, so that a crash is a failure like any other. A
@@ -44,6 +46,7 @@ struct Options
     int allLength = 3;
     int random = 300;
     quint32 seed = 1;
+    bool real = false;
     std::optional<Sequence> word;
     int current = -1; ///< set in the process that tries players: the descriptor of CurrentSequence
 };
@@ -126,14 +129,15 @@ bool tryAllSequences(const NamedSource& source, const Sequence& steps, int maxim
     return true;
 }
 
-bool tryRandomSequences(const NamedSource& source, int count, quint32 seed,
+bool tryRandomSequences(const NamedSource& source, const Sequence& steps, int count, quint32 seed,
                         CurrentSequence& current)
 {
-    std::printf("%s: %d random sequences of %d steps, seed %u\n", source.first.c_str(), count,
-                randomLength, seed);
+    std::printf("%s: %d random sequences of %d out of %s, seed %u\n", source.first.c_str(), count,
+                randomLength, steps.c_str(), seed);
     std::fflush(stdout);
     for (int i = 0; i < count; ++i) {
-        const Sequence sequence = randomSequence(source.second, randomLength, seed + quint32(i));
+        const Sequence sequence =
+            randomSequence(source.second, steps, randomLength, seed + quint32(i));
         current.set(sequence);
         if (!agrees(differenceOf(source.second, sequence))) {
             return false;
@@ -149,17 +153,33 @@ bool tryPlayers(const NamedSource& source, const Options& options)
         return agrees(differenceOf(source.second, *options.word));
     }
     CurrentSequence current(options.current);
+    if (options.real) {
+        const Sequence certain = certainSteps(source.second);
+        return tryAllSequences(source, certain, options.length, current) &&
+               tryRandomSequences(source, certain, options.random, options.seed, current);
+    }
+    const Sequence all = allSteps(source.second);
     return tryAllSequences(source, everydaySteps(source.second), options.length, current) &&
-           tryAllSequences(source, allSteps(source.second), options.allLength, current) &&
-           tryRandomSequences(source, options.random, options.seed, current);
+           tryAllSequences(source, all, options.allLength, current) &&
+           tryRandomSequences(source, all, options.random, options.seed, current);
 }
 
 // ---- In the process that was started -----------------------------------------------------------
 
-void showShortest(const NamedSource& source, const Sequence& failed)
+std::vector<std::string> aloneArguments(const NamedSource& source, const Options& options,
+                                        const Sequence& sequence)
+{
+    std::vector<std::string> arguments{source.first, "--run", sequence};
+    if (options.real) {
+        arguments.insert(arguments.begin() + 1, "--real");
+    }
+    return arguments;
+}
+
+void showShortest(const NamedSource& source, const Options& options, const Sequence& failed)
 {
     const auto fails = [&](const Sequence& sequence) {
-        return !runSelf({source.first, "--run", sequence}, true);
+        return !runSelf(aloneArguments(source, options, sequence), true);
     };
     std::fprintf(stderr, "%s fails with %s\n", source.first.c_str(), failed.c_str());
     if (!fails(failed)) {
@@ -167,20 +187,35 @@ void showShortest(const NamedSource& source, const Sequence& failed)
         return;
     }
     const Sequence shortest = shortened(failed, fails);
-    runSelf({source.first, "--run", shortest});
-    std::fprintf(stderr, "The shortest sequence that fails: %s\nAlone: tst_sequences %s --run %s\n",
-                 inWords(shortest).c_str(), source.first.c_str(), shortest.c_str());
+    runSelf(aloneArguments(source, options, shortest));
+    std::fprintf(stderr, "The shortest sequence that fails: %s\nAlone: tst_sequences",
+                 inWords(shortest).c_str());
+    for (const std::string& argument : aloneArguments(source, options, shortest)) {
+        std::fprintf(stderr, " %s", argument.c_str());
+    }
+    std::fprintf(stderr, "\n");
 }
 
 bool supervise(const NamedSource& source, const Options& options)
 {
     const CurrentSequence current;
-    const bool success = runSelf(
-        {source.first, "--length", std::to_string(options.length), "--all-length",
-         std::to_string(options.allLength), "--random", std::to_string(options.random), "--seed",
-         std::to_string(options.seed), "--current", std::to_string(current.descriptor)});
+    std::vector<std::string> arguments{source.first,
+                                       "--length",
+                                       std::to_string(options.length),
+                                       "--all-length",
+                                       std::to_string(options.allLength),
+                                       "--random",
+                                       std::to_string(options.random),
+                                       "--seed",
+                                       std::to_string(options.seed),
+                                       "--current",
+                                       std::to_string(current.descriptor)};
+    if (options.real) {
+        arguments.push_back("--real");
+    }
+    const bool success = runSelf(arguments);
     if (!success) {
-        showShortest(source, current.get());
+        showShortest(source, options, current.get());
     }
     return success;
 }
@@ -217,6 +252,8 @@ Options parse(const std::vector<std::string>& arguments)
             options.random = std::stoi(value());
         } else if (argument == "--seed") {
             options.seed = quint32(std::stoul(value()));
+        } else if (argument == "--real") {
+            options.real = true;
         } else if (argument == "--run") {
             options.word = value();
         } else if (argument == "--current") {
@@ -239,7 +276,7 @@ int main(int argc, char** argv)
 {
     const Options options = parse({argv + 1, argv + argc});
     if (options.current >= 0 || options.word) {
-        const TrialWorld world(argc, argv);
+        const TrialWorld world(argc, argv, options.real);
         return tryPlayers(options.chosen.front(), options) ? EXIT_SUCCESS : EXIT_FAILURE;
     }
     bool success = true;
