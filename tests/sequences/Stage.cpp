@@ -280,17 +280,35 @@ void Stage::postFromSink(Step step) const
     gst_object_unref(sink);
 }
 
+bool Stage::busHasMessages() const
+{
+    GstElement* const pipeline = player ? Any::pipelineOf(engine) : nullptr;
+    if (!pipeline) {
+        return false;
+    }
+    GstBus* bus = gst_element_get_bus(pipeline);
+    const bool pending = gst_bus_have_pending(bus);
+    gst_object_unref(bus);
+    return pending;
+}
+
 void Stage::runLoop()
 {
     context = Context::Loop;
-    QAbstractEventDispatcher* dispatcher = QAbstractEventDispatcher::instance();
-    int passes = 0;
-    while (dispatcher->processEvents(QEventLoop::AllEvents) && ++passes < tooManyPasses) {
+    for (int passes = 0; passes < tooManyPasses; ++passes) {
+        const bool delivered =
+            QAbstractEventDispatcher::instance()->processEvents(QEventLoop::AllEvents);
+        // A bus wakes the loop a moment later when a streaming thread posts at the same time.
+        const bool waiting = !delivered && busHasMessages();
+        if (!delivered && !waiting) {
+            QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+            return;
+        }
+        if (waiting) {
+            QThread::msleep(1);
+        }
     }
-    if (passes == tooManyPasses) {
-        seen.signalsEmitted.append("the event loop never comes to rest");
-    }
-    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    seen.signalsEmitted.append("the event loop never comes to rest");
 }
 
 // ---- What can be seen --------------------------------------------------------------------------

@@ -57,6 +57,7 @@ private:
     bool call(bool (SimplePlayer::*function)(), GstState wanted);
     void post(GstMessage* message) const;
     void postFromSink(Step step) const;
+    bool busHasMessages() const;
     void runLoop();
     void emitted(const QString& outcome);
     void look();
