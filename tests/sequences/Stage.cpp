@@ -160,9 +160,9 @@ void Stage::take(Step step)
     look();
 }
 
+/// The calls of the client and the circumstances.
 void Stage::act(Step step)
 {
-    GstElement* const pipeline = player ? Any::pipelineOf(engine) : nullptr;
     switch (step) {
     case Step::Start:
         context = Context::Call;
@@ -188,6 +188,28 @@ void Stage::act(Step step)
     case Step::RunLoop:
         runLoop();
         break;
+    case Step::SeekRefused:
+        inert::faults.seek = !inert::faults.seek;
+        break;
+    case Step::PluginMissing:
+        missing ? missing.reset() : void(missing.emplace("alsasink"));
+        break;
+    case Step::StateRefused:
+        stateRefused = !stateRefused;
+        break;
+    case Step::StopInSlot:
+        stopsInSlot = !stopsInSlot;
+        break;
+    default:
+        happen(step);
+    }
+}
+
+/// The events around a player.
+void Stage::happen(Step event)
+{
+    GstElement* const pipeline = Any::pipelineOf(engine);
+    switch (event) {
     case Step::EndOfStream:
         post(gst_message_new_eos(GST_OBJECT(pipeline)));
         break;
@@ -198,7 +220,7 @@ void Stage::act(Step step)
     case Step::NamelessError:
     case Step::Warning:
     case Step::ElementState:
-        postFromSink(step);
+        postFromSink(event);
         break;
     case Step::Block: {
         const QByteArray block(PlayerModel::blockSize, 'a');
@@ -231,17 +253,7 @@ void Stage::act(Step step)
     case Step::SeekData:
         inert::emitSeekData(Data::appsrcOf(engine), 0);
         break;
-    case Step::SeekRefused:
-        inert::faults.seek = !inert::faults.seek;
-        break;
-    case Step::PluginMissing:
-        missing ? missing.reset() : void(missing.emplace("alsasink"));
-        break;
-    case Step::StateRefused:
-        stateRefused = !stateRefused;
-        break;
-    case Step::StopInSlot:
-        stopsInSlot = !stopsInSlot;
+    default:
         break;
     }
 }

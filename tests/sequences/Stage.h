@@ -54,6 +54,7 @@ private:
     void makePlayer();
     void connectSignals();
     void act(Step step);
+    void happen(Step event);
     bool call(bool (SimplePlayer::*function)(), GstState wanted);
     void post(GstMessage* message) const;
     void postFromSink(Step step) const;

@@ -11,6 +11,9 @@
 //                      which it is certain what the player does; --all-length is without effect
 //     --run WORD       one sequence, as a failure names it
 //
+// The long mode is one command: build/dev/bin/tst_sequences --long
+// It takes some minutes of one core for each source, most of them for the stream.
+//
 // Players are tried in a process of their own, so that a crash is a failure like any other. A
 // sequence that fails is shortened and shown as a command line that runs it alone.
 #include "sequences/Trial.h"
