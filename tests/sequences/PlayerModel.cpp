@@ -377,14 +377,14 @@ void PlayerModel::emitSignal(const QString& signal)
 void PlayerModel::runLoop()
 {
     while (!calls.empty() || readable() || !bus.empty()) {
-        const bool wasReadable = readable();
+        polled = readable();
         const bool hadMessage = !bus.empty();
         for (std::size_t queuedBefore = calls.size(); queuedBefore > 0; --queuedBefore) {
             const Call call = calls.front();
             calls.pop_front();
             deliver(call);
         }
-        if (wasReadable && readable()) {
+        if (polled && readable()) {
             readerActivated();
         }
         if (hadMessage && !bus.empty()) {
@@ -447,6 +447,8 @@ void PlayerModel::receiveNewData(bool enable)
 {
     enter(trace, "StreamSimplePlayerImpl::on_receiveNewData",
           QStringLiteral("read: %1 token: T").arg(int(enable)));
+    // Switched off and on again, the notifier waits for the next pass.
+    polled = polled && enable;
     if (seen.reader != Observation::Reader::Ended) {
         seen.reader = enable ? Observation::Reader::Reading : Observation::Reader::Held;
     }

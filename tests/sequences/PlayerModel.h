@@ -99,6 +99,7 @@ private:
     int queued = 0;           ///< bytes in the appsrc of a stream
     int unread = 0;           ///< bytes in the pipe
     bool writerGone = false;
+    bool polled = false;       ///< this pass of the event loop has found the pipe readable
     int arrayLeft = arraySize; ///< size of the array
     int offset = 0;
 };
