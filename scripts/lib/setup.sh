@@ -25,17 +25,29 @@ as_root() {
     fi
 }
 
-# The packages of packaging/debian-packages.txt that are not installed. With "test" as argument
-# those of the checks too.
+# packages_for [WORD]: the packages of packaging/debian-packages.txt with this word behind their
+# names; without an argument those for building and playing.
+packages_for() {
+    awk -v word="${1:-}" '
+        /^[^#]/ {
+            purposes = found = 0
+            for (i = 2; i <= NF; ++i) {
+                purposes += $i != "sysroot"
+                found += $i == word
+            }
+            if (word == "" ? purposes == 0 : found)
+                print $1
+        }' "$root/packaging/debian-packages.txt"
+}
+
+# missing_packages [PURPOSE]: those for building and playing that are not installed, and those for
+# this purpose.
 missing_packages() {
-    local purposes="${1:-}" name purpose
-    while read -r name purpose; do
-        case "$name" in "" | \#*) continue ;; esac
-        if [ -z "$purpose" ] || [ "$purpose" = "$purposes" ]; then
-            [ "$(dpkg-query -W -f '${db:Status-Status}' "$name" 2>/dev/null)" = installed ] ||
-                printf '%s\n' "$name"
-        fi
-    done <"$root/packaging/debian-packages.txt"
+    local name
+    for name in $(packages_for; [ "$#" -eq 0 ] || packages_for "$1"); do
+        [ "$(dpkg-query -W -f '${db:Status-Status}' "$name" 2>/dev/null)" = installed ] ||
+            printf '%s\n' "$name"
+    done
 }
 
 # The name of this machine's Debian release.
@@ -66,4 +78,13 @@ install_packages() {
     done
     as_root env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends \
         "${missing[@]}" >/dev/null || die "could not be installed: ${missing[*]}"
+}
+
+# The file in an armhf sysroot that tells that it is whole, and of what.
+# shellcheck disable=SC2034  # for the sourcing scripts
+sysroot_stamp=.kova-sysroot
+
+# Where the armhf sysroot is, or will be: outside the tree, as all working copies share it.
+armhf_sysroot() {
+    printf '%s\n' "${KOVA_ARMHF_SYSROOT:-${XDG_CACHE_HOME:-$HOME/.cache}/kova/armhf-sysroot}"
 }

@@ -19,7 +19,8 @@ PipeWriter::PipeWriter(const QString& fifo, const QByteArray& bytes, const Manne
         qFatal("PipeWriter: %s", qPrintable(source.errorString()));
     }
     process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    process.start(QCoreApplication::applicationDirPath() + QStringLiteral("/pipewriter"),
+    process.start(TestProcess::startable(QCoreApplication::applicationDirPath() +
+                                         QStringLiteral("/pipewriter")),
                   {fifo, source.fileName(),
                    QString::number(manner.first > 0 ? manner.first : manner.chunk),
                    QString::number(manner.chunk), QString::number(manner.pauseMs),

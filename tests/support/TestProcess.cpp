@@ -1,5 +1,8 @@
 #include "support/TestProcess.h"
 
+#include <QtCore/QFile>
+#include <QtCore/QFileInfo>
+
 #include <glib.h>
 #include <log4cplus/logger.h>
 #include <log4cplus/nullappender.h>
@@ -61,4 +64,22 @@ TestProcess::~TestProcess()
 QString TestProcess::path(const QString& name)
 {
     return theProcess->folder.filePath(name);
+}
+
+QString TestProcess::startable(const QString& program)
+{
+    const QByteArray emulator = qgetenv("KOVA_EMULATOR");
+    if (emulator.isEmpty()) {
+        return program;
+    }
+    QFile script(path("start-" + QFileInfo(program).fileName()));
+    if (!script.exists()) {
+        if (!script.open(QIODevice::WriteOnly) ||
+            script.write("#!/bin/sh\nexec " + emulator + " '" + program.toLocal8Bit() +
+                         "' \"$@\"\n") < 0 ||
+            !script.setPermissions(QFile::ReadOwner | QFile::ExeOwner)) {
+            qFatal("%s: %s", qPrintable(script.fileName()), qPrintable(script.errorString()));
+        }
+    }
+    return script.fileName();
 }

@@ -21,6 +21,10 @@ public:
     /// The path of `name` in the temporary folder of this process; the folder itself without one.
     static QString path(const QString& name = QString());
 
+    /// What starts a program of this build: its own path or, in an emulator, that of a script which
+    /// starts it there too. Programs of the machine are started by themselves.
+    static QString startable(const QString& program);
+
 private:
     QTemporaryDir folder;
 };

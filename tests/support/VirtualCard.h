@@ -17,8 +17,9 @@ class VirtualCard
 public:
     struct Settings
     {
-        /// How many times faster than real time the card plays.
-        double speed = 20.0;
+        /// How many times faster than real time the card plays. An emulated processor is slow, and
+        /// so is its card.
+        double speed = qEnvironmentVariableIsSet("KOVA_EMULATOR") ? 4.0 : 20.0;
         bool canPause = true;
         /// What the card refuses: "open", "format" or "rate"; nothing when empty.
         QString refuse;

@@ -23,13 +23,19 @@
 
 // ---- The program as a child --------------------------------------------------------------------
 
+/// What starts the program.
+static QString kovaPlay()
+{
+    return TestProcess::startable(QStringLiteral(KOVA_PLAY));
+}
+
 /// The program with plain input and output.
 class Program : public ChildProcess
 {
 public:
     explicit Program(const QStringList& arguments)
     {
-        setProgram(KOVA_PLAY);
+        setProgram(kovaPlay());
         setArguments(arguments);
         setWorkingDirectory(TestProcess::path());
         setStandardInputFile(nullDevice());
@@ -372,7 +378,7 @@ void TestKovaPlay::itemsAreNamedInTheCLocale()
     program.setArguments({"-c",
                           "name=$(printf 'Gr\\303\\274\\303\\237e.wav'); cp one.wav \"$name\"; "
                           "exec \"$0\" -d \"$1\" \"$name\"",
-                          KOVA_PLAY, card.device()});
+                          kovaPlay(), card.device()});
     QCOMPARE(program.finish(), 0);
     QCOMPARE(program.out, QByteArray("ended Gr\303\274\303\237e.wav\n"));
     QVERIFY(card.samples().startsWith(samplesOfOne));
@@ -641,7 +647,7 @@ void TestKovaPlay::ignoredSignalStaysIgnored()
     Program program({});
     program.setProgram("bash");
     program.setArguments(
-        {"-c", R"(trap '' HUP; exec "$0" -d "$1" --loop one.wav)", KOVA_PLAY, card.device()});
+        {"-c", R"(trap '' HUP; exec "$0" -d "$1" --loop one.wav)", kovaPlay(), card.device()});
     program.begin();
     QVERIFY(waitFor([&] { return card.frames() > 0; }));
     program.send(SIGHUP);
@@ -1064,7 +1070,7 @@ void TestKovaPlay::resultsGoToStandardOutputOnly()
 {
     TerminalProgram program({});
     program.setProgram("bash");
-    program.setArguments({"-c", "\"$0\" --fake --loop a b > results.txt", KOVA_PLAY});
+    program.setArguments({"-c", "\"$0\" --fake --loop a b > results.txt", kovaPlay()});
     program.begin();
     QVERIFY(program.waitForText("[1/2] a  playing"));
     program.type("q");
@@ -1116,8 +1122,9 @@ void TestKovaPlay::suspendedProgramGivesTerminalBack()
 {
     TerminalProgram program({});
     program.setProgram("bash");
-    program.setArguments(
-        {"--norc", "-c", "set -m; \"$0\" --fake --loop a; echo suspended $?; read; fg", KOVA_PLAY});
+    program.setArguments({"--norc", "-c",
+                          "set -m; \"$0\" --fake --loop a; echo suspended $?; read; fg",
+                          kovaPlay()});
     program.begin();
     QVERIFY(program.waitForText("a  playing"));
     program.type("\032"); // ^Z

@@ -68,7 +68,9 @@ Result run(const QString& program, const QString& name)
     // Qt's messages may go to the journal otherwise.
     environment.insert(QStringLiteral("QT_ASSUME_STDERR_HAS_CONSOLE"), QStringLiteral("1"));
     process.setProcessEnvironment(environment);
-    process.start(QCoreApplication::applicationDirPath() + QLatin1Char('/') + program, {name});
+    process.start(
+        TestProcess::startable(QCoreApplication::applicationDirPath() + QLatin1Char('/') + program),
+        {name});
     if (!process.waitForFinished(timeoutMs)) {
         return {false, -1, process.errorString().toLocal8Bit()};
     }

@@ -235,7 +235,7 @@ void TestDiagnostics::withoutFolderNothingIsWrittenOrLogged()
     environment.insert(QStringLiteral("KOVA_DUMP_WITHOUT_FOLDER"), QStringLiteral("1"));
     other.setProcessEnvironment(environment);
     other.setWorkingDirectory(folder.path());
-    other.start(QCoreApplication::applicationFilePath(), QStringList());
+    other.start(TestProcess::startable(QCoreApplication::applicationFilePath()), QStringList());
     QVERIFY(other.waitForFinished(patience));
     QCOMPARE(other.exitCode(), 0);
     QCOMPARE(other.readAllStandardOutput(), QByteArray("dumped, 0 lines logged\n"));

@@ -179,7 +179,7 @@ void TestEngineOperations::constructionInitialisesGStreamer()
 {
     // This process has initialised it already: another one makes an engine first of all.
     QProcess fresh;
-    fresh.start(QCoreApplication::applicationFilePath(), {constructOnly});
+    fresh.start(TestProcess::startable(QCoreApplication::applicationFilePath()), {constructOnly});
     QVERIFY(fresh.waitForFinished(patience));
     QCOMPARE(fresh.readAllStandardOutput(), QByteArray("before: 0, after: 1\n"));
 }

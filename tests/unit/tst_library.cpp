@@ -100,7 +100,7 @@ void TestLibrary::loadingPrintsNothingAndStartsNoThread()
     // log4cplus starts the threads of its pool when it is loaded; the library adds none to them.
     const auto threadsAfterLoading = [](const QString& library) {
         QProcess loader;
-        loader.start(LOAD_ONLY_FILE, {library});
+        loader.start(TestProcess::startable(QStringLiteral(LOAD_ONLY_FILE)), {library});
         loader.waitForFinished(patience);
         const QByteArray printed = loader.readAllStandardOutput() + loader.readAllStandardError();
         return printed.isEmpty() && loader.exitStatus() == QProcess::NormalExit

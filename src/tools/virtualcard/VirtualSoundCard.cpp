@@ -491,8 +491,11 @@ int VirtualSoundCard::delay(snd_pcm_sframes_t& frames)
     if (gone) {
         return -ENODEV;
     }
-    const auto left = static_cast<snd_pcm_sframes_t>(queued());
-    frames = started ? std::max<snd_pcm_sframes_t>(left - due(monotonicNow()), 0) : left;
+    auto left = static_cast<std::int64_t>(queued());
+    if (started) {
+        left = std::max<std::int64_t>(left - due(monotonicNow()), 0);
+    }
+    frames = static_cast<snd_pcm_sframes_t>(left);
     return 0;
 }
 

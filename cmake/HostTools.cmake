@@ -1,0 +1,9 @@
+# Qt's programs that run while building, in a build for another machine: this machine's.
+# Debian keeps those of Qt 5 outside the PATH, where moc may be that of another Qt.
+find_program(KOVA_HOST_MOC moc PATHS /usr/lib/qt5/bin NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH)
+find_program(KOVA_HOST_MOC NAMES moc-qt5 moc REQUIRED)
+mark_as_advanced(KOVA_HOST_MOC)
+if(NOT TARGET Qt5::moc)
+    add_executable(Qt5::moc IMPORTED)
+    set_target_properties(Qt5::moc PROPERTIES IMPORTED_LOCATION ${KOVA_HOST_MOC})
+endif()
