@@ -1,0 +1,103 @@
+#include "LogLines.h"
+#include "MarkdownPage.h"
+
+#include "support/TestProcess.h"
+
+#include <QtCore/QDirIterator>
+#include <QtTest/QtTest>
+
+/// The Markdown pages of the tree against each other and against the source.
+class TestDocumentation : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void linksLeadSomewhere_data();
+    void linksLeadSomewhere();
+    void indexNamesEveryPage();
+    void logReferenceKnowsEveryLineOfTheSource();
+    void logReferenceInventsNoLine();
+};
+
+static const QString tree = QStringLiteral(KOVA_SOURCE_DIR);
+
+/// All Markdown files of the tree, without those of build folders and hidden ones.
+static QStringList pagesOfTree()
+{
+    QStringList pages;
+    for (const QString& name : QDir(tree).entryList({"*.md"}, QDir::Files)) {
+        pages << tree + '/' + name;
+    }
+    for (const QString& folder : QDir(tree).entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+        if (folder == "build") {
+            continue;
+        }
+        QDirIterator files(tree + '/' + folder, {"*.md"}, QDir::Files,
+                           QDirIterator::Subdirectories);
+        while (files.hasNext()) {
+            pages << files.next();
+        }
+    }
+    return pages;
+}
+
+void TestDocumentation::linksLeadSomewhere_data()
+{
+    QTest::addColumn<QString>("page");
+    for (const QString& page : pagesOfTree()) {
+        QTest::newRow(qPrintable(QDir(tree).relativeFilePath(page))) << page;
+    }
+}
+
+void TestDocumentation::linksLeadSomewhere()
+{
+    QFETCH(QString, page);
+    QStringList broken;
+    for (const QString& link : MarkdownPage(page).links()) {
+        if (link.contains("://")) {
+            continue;
+        }
+        const QString path = link.section('#', 0, 0);
+        const QString anchor = link.section('#', 1);
+        const QString target = path.isEmpty() ? page : QFileInfo(page).path() + '/' + path;
+        if (!QFileInfo::exists(target) ||
+            (!anchor.isEmpty() && !MarkdownPage(target).anchors().contains(anchor))) {
+            broken << link;
+        }
+    }
+    QCOMPARE(broken.join(" "), QString());
+}
+
+void TestDocumentation::indexNamesEveryPage()
+{
+    const QStringList links = MarkdownPage(tree + "/docs/README.md").links();
+    for (const QString& page : QDir(tree + "/docs").entryList({"*.md"}, QDir::Files)) {
+        QVERIFY2(page == "README.md" || links.contains(page), qPrintable(page));
+    }
+}
+
+void TestDocumentation::logReferenceKnowsEveryLineOfTheSource()
+{
+    const QVector<LogLine> documented = linesOfPage(tree + "/docs/log-reference.md");
+    const QVector<LogLine> written = linesOfSource(tree + "/src");
+    // A parser that has gone blind would find everything in order.
+    QVERIFY2(written.size() > 80, qPrintable(QString::number(written.size())));
+    for (const LogLine& line : written) {
+        const bool known = std::any_of(documented.begin(), documented.end(),
+                                       [&](const LogLine& row) { return line.covers(row); });
+        QVERIFY2(known, qPrintable("not on the page: " + line.level + ' ' + line.text));
+    }
+}
+
+void TestDocumentation::logReferenceInventsNoLine()
+{
+    const QVector<LogLine> written = linesOfSource(tree + "/src");
+    for (const LogLine& row : linesOfPage(tree + "/docs/log-reference.md")) {
+        const bool exists = std::any_of(written.begin(), written.end(),
+                                        [&](const LogLine& line) { return line.covers(row); });
+        QVERIFY2(exists, qPrintable("not in the source: " + row.level + ' ' + row.text));
+    }
+}
+
+KOVA_TEST_MAIN(TestDocumentation)
+#include "tst_documentation.moc"
