@@ -1,3 +1,6 @@
+/// @file
+/// The labels of functions in log lines.
+
 #ifndef KOVA_DBGLOG_H
 #define KOVA_DBGLOG_H
 
