@@ -82,10 +82,24 @@ private:
     char* memory;
 };
 
+/// The words of a command that runs this program again. In an emulator (see scripts/armhf-run) it
+/// is a shell that puts the emulator in front.
+std::vector<std::string> commandOfSelf()
+{
+    std::string path(4096, '\0');
+    const ssize_t length = ::readlink("/proc/self/exe", path.data(), path.size());
+    path.resize(length > 0 ? static_cast<std::size_t>(length) : 0);
+    if (::getenv("KOVA_EMULATOR")) {
+        return {"/bin/sh", "-c", R"(eval exec "$KOVA_EMULATOR" '"$0" "$@"')", path};
+    }
+    return {path};
+}
+
 /// Runs this program in another process. @return whether it succeeds
 bool runSelf(std::vector<std::string> arguments, bool quietly = false)
 {
-    arguments.insert(arguments.begin(), "tst_sequences");
+    const std::vector<std::string> command = commandOfSelf();
+    arguments.insert(arguments.begin(), command.begin(), command.end());
     std::vector<char*> argv;
     for (std::string& argument : arguments) {
         argv.push_back(argument.data());
@@ -100,7 +114,7 @@ bool runSelf(std::vector<std::string> arguments, bool quietly = false)
     }
     pid_t child = 0;
     int status = -1;
-    if (::posix_spawn(&child, "/proc/self/exe", &actions, nullptr, argv.data(), environ) == 0) {
+    if (::posix_spawn(&child, argv.front(), &actions, nullptr, argv.data(), environ) == 0) {
         ::waitpid(child, &status, 0);
     }
     ::posix_spawn_file_actions_destroy(&actions);
