@@ -83,8 +83,11 @@ Stage::~Stage()
     if (writer >= 0) {
         ::close(writer);
     }
-    // A build that failed has abandoned what it made, on purpose.
-    freeAbandonedGstElements();
+    // A build that failed has abandoned what it made, on purpose. Real elements are never missing,
+    // and their threads may still be making some for themselves.
+    if (!scenery.realElements) {
+        freeAbandonedGstElements();
+    }
 }
 
 QString Stage::itemPath(Source source)

@@ -20,6 +20,7 @@ QStringList liveGstObjects();
 QStringList leakedGstObjects(const QStringList& expected = QStringList());
 
 /// Frees the elements that were made but that nobody ever took over, as a failed build leaves them.
+/// Not to be called while another thread may be making one: it would be freed, too.
 /// Returns their type names, sorted.
 QStringList freeAbandonedGstElements();
 
