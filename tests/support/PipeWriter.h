@@ -18,6 +18,7 @@ public:
         bool keepOpen = false; ///< holds the FIFO open after the last byte, until close()
         int first = 0;         ///< bytes of the very first write; like all others when 0
         int times = 1;         ///< how often the bytes are written, one time after another
+        int header = 0;        ///< how many of them, the first ones, are written only once
         int silence = 0;       ///< zero bytes behind all that
     };
 

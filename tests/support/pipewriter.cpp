@@ -1,9 +1,9 @@
-// Copies a file into a FIFO: pipewriter FIFO FILE FIRST CHUNK PAUSE_MS TIMES SILENCE
+// Copies a file into a FIFO: pipewriter FIFO FILE FIRST CHUNK PAUSE_MS TIMES HEADER SILENCE
 //
 // The first write has FIRST bytes, all others CHUNK, each with a pause behind it; the file is
-// copied TIMES times, and SILENCE zero bytes follow. Says "opened" when the FIFO has a reader and
-// "written" when all is in it, and then holds the FIFO open until its standard input ends. Ends
-// with status 0, or with 1 and a reason on stderr.
+// copied TIMES times, its first HEADER bytes only once, and SILENCE zero bytes follow. Says
+// "opened" when the FIFO has a reader and "written" when all is in it, and then holds the FIFO open
+// until its standard input ends. Ends with status 0, or with 1 and a reason on stderr.
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -51,6 +51,7 @@ struct Manner
     std::size_t chunk;
     std::chrono::milliseconds pause;
     unsigned long times;
+    std::size_t header;
     std::size_t silence;
 };
 
@@ -66,7 +67,7 @@ static bool copy(const std::vector<char>& bytes, int fifo, const Manner& manner)
 {
     std::size_t size = manner.first;
     for (unsigned long time = 0; time < manner.times; ++time) {
-        for (std::size_t done = 0; done < bytes.size();) {
+        for (std::size_t done = time == 0 ? 0 : manner.header; done < bytes.size();) {
             size = std::min(size, bytes.size() - done);
             if (!writeAll(fifo, bytes.data() + done, size)) {
                 return false;
@@ -87,14 +88,14 @@ static unsigned long number(const char* text)
 
 int main(int argc, char** argv)
 {
-    if (argc != 8) {
-        std::cerr << "usage: pipewriter FIFO FILE FIRST CHUNK PAUSE_MS TIMES SILENCE\n";
+    if (argc != 9) {
+        std::cerr << "usage: pipewriter FIFO FILE FIRST CHUNK PAUSE_MS TIMES HEADER SILENCE\n";
         return EXIT_FAILURE;
     }
     static_cast<void>(std::signal(SIGPIPE, SIG_IGN)); // a reader that goes is an error of write()
-    const Manner manner{number(argv[3]), number(argv[4]),
-                        std::chrono::milliseconds(number(argv[5])), number(argv[6]),
-                        number(argv[7])};
+    const Manner manner{
+        number(argv[3]), number(argv[4]), std::chrono::milliseconds(number(argv[5])),
+        number(argv[6]), number(argv[7]), number(argv[8])};
     if (manner.first == 0 || manner.chunk == 0) {
         std::cerr << "pipewriter: a write of no bytes never ends\n";
         return EXIT_FAILURE;
