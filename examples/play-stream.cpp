@@ -1,9 +1,10 @@
 // Plays what another program writes into a named pipe, until that program closes it.
 //
+//     mkfifo PIPE
 //     play-stream PIPE [DEVICE] &
 //     espeak-ng --stdout "The train is late." >PIPE
 //
-// The player makes the pipe. Nothing may be written before the playback is started, so a program
+// The player makes a pipe that is missing; but a shell that is quicker makes a file. Nothing may be written before the playback is started, so a program
 // tells its writers when to begin: this one says so on standard error.
 #include "play.h"
 

@@ -37,7 +37,7 @@ set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libkova-simpleplayer)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
 # No library leads to the elements that a pipeline is made of.
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS "gstreamer1.0-alsa, gstreamer1.0-plugins-base")
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_RECOMMENDS "glib-networking, gstreamer1.0-plugins-good")
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_RECOMMENDS "ca-certificates, glib-networking, gstreamer1.0-plugins-good")
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SUGGESTS "gstreamer1.0-libav")
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_LIST_DIR}/triggers)
 set(CPACK_DEBIAN_RUNTIME_DESCRIPTION "player of single audio items for Qt 5 applications

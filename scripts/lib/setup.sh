@@ -59,6 +59,18 @@ debian_release() {
 # Where this machine gets the packages of its release from, as lines for sources.list. Updates are
 # left out: the packages of the release alone fit together whatever the state of a mirror is.
 debian_archive() {
+    local lines
+    lines=$(known_archive)
+    if [ -z "$lines" ]; then
+        as_root apt-get update -qq >&2 || true
+        lines=$(known_archive)
+    fi
+    [ -n "$lines" ] || die "apt-get knows no Debian archive of $(debian_release): is there a network?"
+    printf '%s\n' "$lines"
+}
+
+# What apt-get has a list of packages of.
+known_archive() {
     # shellcheck disable=SC2016  # the fields are for apt-get
     apt-get indextargets --format 'deb $(REPO_URI) $(RELEASE) $(COMPONENT)' "Origin: Debian" \
         "Codename: $(debian_release)" "Component: main" "Identifier: Packages" | sort -u

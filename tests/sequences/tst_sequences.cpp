@@ -12,7 +12,7 @@
 //     --run WORD       one sequence, as a failure names it
 //
 // The long mode is one command: build/dev/bin/tst_sequences --long
-// It takes some minutes of one core for each source, most of them for the stream.
+// It takes half an hour of one core, most of it for the stream.
 //
 // Players are tried in a process of their own, so that a crash is a failure like any other. A
 // sequence that fails is shortened and shown as a command line that runs it alone.
