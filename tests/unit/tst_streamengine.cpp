@@ -6,6 +6,7 @@
 #include "support/Outcomes.h"
 #include "support/PipeWriter.h"
 #include "support/TestProcess.h"
+#include "support/Waiting.h"
 
 #include <core/KovaNamedPipe.h>
 #include <simplePlayer/StreamSimplePlayer.h>
@@ -298,7 +299,7 @@ void TestStreamEngine::constructorLivesOnWithoutAPipe()
     QCOMPARE(outcomes.all, QStringList());
     QVERIFY(engine.setupGstPipeline());
     QVERIFY(engine.stopPlayback());
-    QTRY_COMPARE(outcomes.all, QStringList{"stopped T"});
+    QTRY_COMPARE_WITH_TIMEOUT(outcomes.all, QStringList{"stopped T"}, patience);
 }
 
 void TestStreamEngine::frontObjectForwardsToItsEngine()
@@ -319,7 +320,7 @@ void TestStreamEngine::frontObjectForwardsToItsEngine()
     QCOMPARE(log.texts("ERROR"), QStringList{"Pipeline not initialized - not stopping"});
     QCOMPARE(log.lines().mid(log.lines().size() - 3),
              closing() + QStringList{leaveTrace("stopPlayback")});
-    QTRY_COMPARE(outcomes.all, QStringList{"error T: Not initialized"});
+    QTRY_COMPARE_WITH_TIMEOUT(outcomes.all, QStringList{"error T: Not initialized"}, patience);
 }
 
 // ---- Pipeline ----------------------------------------------------------------------------------
@@ -599,7 +600,7 @@ void TestStreamEngine::bytesBeforeTheStartCloseThePipeForGood()
 {
     Scene scene;
     scene.write("early");
-    QTRY_COMPARE(scene.engine->reader(), QStringLiteral("ended"));
+    QTRY_COMPARE_WITH_TIMEOUT(scene.engine->reader(), QStringLiteral("ended"), patience);
     QStringList lines = scene.lines();
     QVERIFY(lines.takeFirst().startsWith(
         "TRACE Enter SimplePlayer StreamSimplePlayerImpl::on_readPipeNotifier_activated: sock: "));
@@ -667,7 +668,8 @@ struct Passed
             sizes.append(int(map.size));
             gst_buffer_unmap(buffer, &map);
             timesSet = timesSet || GST_BUFFER_PTS_IS_VALID(buffer) ||
-                       GST_BUFFER_DURATION_IS_VALID(buffer) || GST_BUFFER_OFFSET_IS_VALID(buffer);
+                       GST_BUFFER_DTS_IS_VALID(buffer) || GST_BUFFER_DURATION_IS_VALID(buffer) ||
+                       GST_BUFFER_OFFSET_IS_VALID(buffer) || GST_BUFFER_OFFSET_END_IS_VALID(buffer);
         } else if (GST_EVENT_TYPE(GST_PAD_PROBE_INFO_EVENT(info)) == GST_EVENT_EOS) {
             ended.storeRelease(1);
         }
@@ -696,12 +698,12 @@ void TestStreamEngine::blocksArriveUnchanged()
     // The chain's sink never gets a sample: the pipeline as a whole stays on its way to PAUSED.
     gst_element_set_state(scene.engine->decodebin, GST_STATE_PLAYING);
     PipeWriter writer(scene.path, bytes);
-    QTRY_VERIFY_WITH_TIMEOUT(passed.ended.loadAcquire() == 1, 60000);
+    QTRY_VERIFY_WITH_TIMEOUT(passed.ended.loadAcquire() == 1, patience);
     QVERIFY(writer.waitForFinished());
     QVERIFY(passed.bytes == bytes);
     QVERIFY(*std::max_element(passed.sizes.begin(), passed.sizes.end()) <= 4096);
     QVERIFY(!passed.timesSet);
-    QTRY_COMPARE(scene.engine->reader(), QStringLiteral("ended"));
+    QTRY_COMPARE_WITH_TIMEOUT(scene.engine->reader(), QStringLiteral("ended"), patience);
     QVERIFY(scene.engine->stopPlayback());
 }
 
@@ -779,7 +781,8 @@ void TestStreamEngine::refusedPushIsReported()
     QVERIFY(!scene.engine->pipeline);
     QCOMPARE(scene.engine->reader(), QStringLiteral("ended"));
     QCOMPARE(outcomes.all, QStringList());
-    QTRY_COMPARE(outcomes.all, QStringList{"error T: Failed to push buffer"});
+    QTRY_COMPARE_WITH_TIMEOUT(outcomes.all, QStringList{"error T: Failed to push buffer"},
+                              patience);
 }
 
 void TestStreamEngine::refusedEndIsReported()
@@ -795,7 +798,8 @@ void TestStreamEngine::refusedEndIsReported()
                                        QStringList{"DEBUG token: T"} + closing() +
                                        QStringList{leaveTrace("on_readPipeNotifier_activated")});
     QVERIFY(!scene.engine->pipeline);
-    QTRY_COMPARE(outcomes.all, QStringList{"error T: Failed to flush pipeline"});
+    QTRY_COMPARE_WITH_TIMEOUT(outcomes.all, QStringList{"error T: Failed to flush pipeline"},
+                              patience);
 }
 
 void TestStreamEngine::notificationAfterTheCloseIsIgnored()
@@ -855,11 +859,11 @@ void TestStreamEngine::feedFromAnotherThreadIsQueued()
     }).join();
     QCOMPARE(scene.engine->reader(), QStringLiteral("reading"));
     QCOMPARE(scene.log.lines(), QStringList());
-    QTRY_COMPARE(scene.log.lines().size(), 4); // one call for each signal
+    QTRY_COMPARE_WITH_TIMEOUT(scene.log.lines().size(), 4, patience); // one call for each signal
     QCOMPARE(scene.engine->reader(), QStringLiteral("held"));
     std::thread([&scene] { emitFeed(*scene.engine, true); }).join();
     QCOMPARE(scene.engine->reader(), QStringLiteral("held"));
-    QTRY_COMPARE(scene.engine->reader(), QStringLiteral("reading"));
+    QTRY_COMPARE_WITH_TIMEOUT(scene.engine->reader(), QStringLiteral("reading"), patience);
 }
 
 /// Posts an error as an element does, and waits until the engine has told the outcome.
@@ -871,7 +875,7 @@ static void postError(Scene& scene)
     gst_bus_post(bus, gst_message_new_error(nullptr, error, nullptr));
     gst_object_unref(bus);
     g_error_free(error);
-    QTRY_COMPARE(outcomes.all, QStringList{"error T: no sound"});
+    QTRY_COMPARE_WITH_TIMEOUT(outcomes.all, QStringList{"error T: no sound"}, patience);
 }
 
 namespace {
@@ -1029,7 +1033,7 @@ void TestStreamEngine::stopClosesThePipeAfterTheBase()
                  QStringList{"DEBUG token T"} + closing() +
                  QStringList{leaveTrace("stopPlayback")});
     QCOMPARE(outcomes.all, QStringList());
-    QTRY_COMPARE(outcomes.all, QStringList{"stopped T"});
+    QTRY_COMPARE_WITH_TIMEOUT(outcomes.all, QStringList{"stopped T"}, patience);
     // A later start plays nothing more.
     QVERIFY(scene.engine->startPlayback());
     QCOMPARE(scene.engine->reader(), QStringLiteral("ended"));
@@ -1042,7 +1046,7 @@ void TestStreamEngine::stopWithoutPipelineClosesThePipeToo()
     const Outcomes outcomes(&scene.front);
     QVERIFY(!scene.engine->stopPlayback());
     QCOMPARE(scene.engine->reader(), QStringLiteral("ended"));
-    QTRY_COMPARE(outcomes.all, QStringList{"error T: Not initialized"});
+    QTRY_COMPARE_WITH_TIMEOUT(outcomes.all, QStringList{"error T: Not initialized"}, patience);
 }
 
 void TestStreamEngine::loopIsRefusedAndTheEndReported()
@@ -1054,7 +1058,7 @@ void TestStreamEngine::loopIsRefusedAndTheEndReported()
     GstBus* bus = gst_element_get_bus(scene.engine->pipeline);
     gst_bus_post(bus, gst_message_new_eos(nullptr));
     gst_object_unref(bus);
-    QTRY_COMPARE(outcomes.all, QStringList{"ended T"});
+    QTRY_COMPARE_WITH_TIMEOUT(outcomes.all, QStringList{"ended T"}, patience);
     QCOMPARE(scene.log.texts("ERROR"), QStringList{"Restart(loop) playback not implemented"});
 }
 
