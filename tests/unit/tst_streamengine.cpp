@@ -217,6 +217,8 @@ private Q_SLOTS:
     void readerFollowsItsStates();
     void writerIsHeldBeyondABusError_data();
     void writerIsHeldBeyondABusError();
+    void startAfterABusErrorReadsOn_data();
+    void startAfterABusErrorReadsOn();
 
     void closingTwiceClosesOnce();
     void stopClosesThePipeAfterTheBase();
@@ -644,13 +646,22 @@ void TestStreamEngine::blocksAreReadOneForEachActivation()
 
 namespace {
 
-/// What passes a pad, with the sizes of the buffers. Read it when the stream has ended.
+/// What leaves a source, with the sizes of the buffers. Read it when the stream has ended.
 struct Passed
 {
     QByteArray bytes;
     QList<int> sizes;
     bool timesSet = false;
     QAtomicInt ended = 0;
+
+    void watch(GstElement* source)
+    {
+        GstPad* pad = gst_element_get_static_pad(source, "src");
+        gst_pad_add_probe(
+            pad, GstPadProbeType(GST_PAD_PROBE_TYPE_BUFFER | GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM),
+            probe, this, nullptr);
+        gst_object_unref(pad);
+    }
 
     static GstPadProbeReturn probe(GstPad* /*pad*/, GstPadProbeInfo* info, gpointer data)
     {
@@ -688,11 +699,7 @@ void TestStreamEngine::blocksArriveUnchanged()
     Scene scene;
     QVERIFY(scene.engine->setupGstPipeline());
     Passed passed;
-    GstPad* pad = gst_element_get_static_pad(scene.engine->appsrc, "src");
-    gst_pad_add_probe(
-        pad, GstPadProbeType(GST_PAD_PROBE_TYPE_BUFFER | GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM),
-        Passed::probe, &passed, nullptr);
-    gst_object_unref(pad);
+    passed.watch(scene.engine->appsrc);
     // Another process writes, and the notifier alone drives the reader.
     QVERIFY(scene.engine->startPlayback());
     // The chain's sink never gets a sample: the pipeline as a whole stays on its way to PAUSED.
@@ -1002,6 +1009,54 @@ void TestStreamEngine::writerIsHeldBeyondABusError()
     }
     QVERIFY(!writer.waitForFinished()); // it could not write everything
     QVERIFY(!writer.isRunning());
+}
+
+/// The elements that an engine points to.
+static QVector<GstElement*> membersOf(const OpenEngine& engine)
+{
+    return {engine.appsrc, engine.decodebin, engine.queue, engine.sink};
+}
+
+void TestStreamEngine::startAfterABusErrorReadsOn_data()
+{
+    QTest::addColumn<QByteArray>("before");
+    QTest::addColumn<QByteArray>("behind");
+    QTest::newRow("held") << QByteArray("before") << QByteArray(" and behind");
+    QTest::newRow("quiet") << QByteArray() << QByteArray("behind");
+}
+
+void TestStreamEngine::startAfterABusErrorReadsOn()
+{
+    QFETCH(QByteArray, before);
+    QFETCH(QByteArray, behind);
+    const ReplacedFactory replaced("decodebin", "fakesink");
+    Scene scene;
+    QVERIFY(scene.engine->setupGstPipeline());
+    if (!before.isEmpty()) {
+        scene.engine->receive(false);
+        scene.write(before);
+    }
+    // As long as they live, no new element stands at their places.
+    const QVector<GstElement*> old = membersOf(*scene.engine);
+    std::for_each(old.begin(), old.end(), gst_object_ref);
+    postError(scene);
+    QVERIFY(!scene.engine->pipeline);
+    QVERIFY(scene.engine->startPlayback());
+    for (GstElement* member : membersOf(*scene.engine)) {
+        QVERIFY(!old.contains(member));
+        QCOMPARE(GST_OBJECT_PARENT(member), GST_OBJECT(scene.engine->pipeline));
+    }
+    std::for_each(old.begin(), old.end(), gst_object_unref);
+    Passed passed;
+    passed.watch(scene.engine->appsrc);
+    // The chain's sink never gets a sample: the pipeline as a whole stays on its way to PAUSED.
+    gst_element_set_state(scene.engine->decodebin, GST_STATE_PLAYING);
+    scene.write(behind);
+    scene.closeWriter();
+    QTRY_VERIFY_WITH_TIMEOUT(passed.ended.loadAcquire() == 1, patience);
+    QVERIFY(passed.bytes == before + behind);
+    QCOMPARE(scene.reader(), QStringLiteral("ended"));
+    QVERIFY(scene.engine->stopPlayback());
 }
 
 // ---- End of life -------------------------------------------------------------------------------
