@@ -18,6 +18,7 @@
 #include <glib.h>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -61,6 +62,7 @@ private Q_SLOTS:
     void writersThatOverlapAreOneStream();
     void writerAfterTheEndFindsNoReader();
     void killedWriterEndsTheStream();
+    void writerBeforeThePlayerIsHeard();
     void writerBeforeTheStartIsNeverHeard();
     void writerThatNeverComesCanBeStopped();
     void writerThatWritesNothingEndsTheStream();
@@ -586,6 +588,22 @@ void TestStream::killedWriterEndsTheStream()
     QCOMPARE(difference(heardOn(card, sound.frameSize()),
                         bytes.mid(wavHeaderSize, int(written) - wavHeaderSize)),
              QString());
+}
+
+void TestStream::writerBeforeThePlayerIsHeard()
+{
+    const QString awaited = TestProcess::path("awaited");
+    QCOMPARE(::mkfifo(QFile::encodeName(awaited).constData(), 0600), 0);
+    const media::Pcm sound = media::noise(SampleFormat::S16, 48000, 2, 48000);
+    PipeWriter writer(awaited, media::wavBytes(sound));
+    QVERIFY(waitFor([&writer] { return writer.isAsleep(); }));
+    VirtualCard card("card");
+    // Between the two lines nothing is read, so that nothing is lost.
+    PlayerProbe probe(newPlayer(awaited, card));
+    QVERIFY(probe->startPlayback());
+    QCOMPARE(probe.finish(), ended());
+    QVERIFY(writer.waitForFinished());
+    QCOMPARE(difference(heardOn(card, sound.frameSize()), sound.samples), QString());
 }
 
 void TestStream::writerBeforeTheStartIsNeverHeard()
