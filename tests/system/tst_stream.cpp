@@ -12,6 +12,7 @@
 #include <QtCore/QFile>
 #include <QtCore/QFileInfo>
 #include <QtCore/QProcess>
+#include <QtCore/QRegularExpression>
 #include <QtCore/QThread>
 #include <QtTest/QtTest>
 
@@ -76,6 +77,9 @@ private Q_SLOTS:
     void pausedPlayerLetsTheWriterWait();
     void cardThatStandsStillLetsTheWriterWait();
     void cardThatVanishesIsReported();
+
+    void destroyedLaterIsSilent_data();
+    void destroyedLaterIsSilent();
     void quickRoundsLeaveNothing();
 
 private:
@@ -891,6 +895,74 @@ void TestStream::cardThatVanishesIsReported()
     const QStringList outcomes = probe.finish();
     QCOMPARE(outcomes.size(), 1);
     QVERIFY2(outcomes.first().startsWith("error token: "), qPrintable(outcomes.first()));
+}
+
+// ---- Destruction -------------------------------------------------------------------------------
+
+namespace {
+
+/// A player whose writer has more to write than the player takes.
+struct LateState
+{
+    VirtualCard::Settings card;
+    bool isEndless; ///< whether the item goes on for as long as its writer writes
+    QStringList outcomes;
+    /// Brings the player into the state, from the moment when sound is heard.
+    bool (*enter)(PlayerProbe& probe, PipeWriter& writer);
+};
+
+} // namespace
+Q_DECLARE_METATYPE(LateState)
+
+void TestStream::destroyedLaterIsSilent_data()
+{
+    QTest::addColumn<LateState>("state");
+    const auto row = [](const char* name, const VirtualCard::Settings& card, bool isEndless,
+                        const QStringList& outcomes, bool (*enter)(PlayerProbe&, PipeWriter&)) {
+        QTest::newRow(name) << LateState{card, isEndless, outcomes, enter};
+    };
+    row("playing", realTime(), true, {},
+        [](PlayerProbe&, PipeWriter& writer) { return waitUntilFull(writer) > 0; });
+    row("paused", realTime(), true, {}, [](PlayerProbe& probe, PipeWriter& writer) {
+        return probe->pausePlayback() && waitUntilHeld(writer) > 0;
+    });
+    row("held", stallingAfter(4800), true, {},
+        [](PlayerProbe&, PipeWriter& writer) { return waitUntilHeld(writer) > 0; });
+    row("ended", VirtualCard::Settings(), false, ended(),
+        [](PlayerProbe& probe, PipeWriter& writer) {
+            return probe.waitForOutcome() && writer.isRunning();
+        });
+    row("stopped", realTime(), true, {"stopped token"}, [](PlayerProbe& probe, PipeWriter&) {
+        return probe->stopPlayback() && probe.waitForOutcome();
+    });
+    VirtualCard::Settings vanishing;
+    vanishing.vanishAfter = 4800;
+    row("failed", vanishing, true, {"error token"},
+        [](PlayerProbe& probe, PipeWriter&) { return probe.waitForOutcome(); });
+}
+
+void TestStream::destroyedLaterIsSilent()
+{
+    QFETCH(LateState, state);
+    const media::Pcm sound =
+        media::noise(SampleFormat::S16, 48000, 2, state.isEndless ? 4 * 1024 * 1024 : 24000);
+    // What stands behind an item that tells its length is no sound.
+    const QByteArray bytes =
+        state.isEndless ? endlessWav(sound) : media::wavBytes(sound) + QByteArray(1 << 20, 'x');
+    VirtualCard card("card", state.card);
+    PlayerProbe probe(newPlayer(fifo, card));
+    QVERIFY(probe->startPlayback());
+    PipeWriter writer(fifo, bytes);
+    QVERIFY(writer.waitForOpened());
+    QVERIFY(waitFor([&card] { return card.has("first-frame"); }));
+    QVERIFY(state.enter(probe, writer));
+    probe.player.reset();
+    QVERIFY(!hasReader(fifo));
+    QVERIFY(!writer.waitForFinished()); // it has lost its reader
+    QVERIFY(!writer.isRunning());
+    QStringList outcomes = probe.destroy();
+    outcomes.replaceInStrings(QRegularExpression(": .*"), QString()); // reasons are GStreamer's
+    QCOMPARE(outcomes, state.outcomes);
 }
 
 // ---- Many players ------------------------------------------------------------------------------
