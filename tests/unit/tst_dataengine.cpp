@@ -1,3 +1,4 @@
+#include "unit/DecoderPads.h"
 #include "unit/TestEngine.h"
 
 #include "support/GstLeaks.h"
@@ -873,18 +874,6 @@ void TestDataEngine::arrayIsFreeWhenTheLastChunkIsGone()
 
 // ---- Decoded pads ------------------------------------------------------------------------------
 
-/// A pad such as decodebin announces, added to the engine's decoder.
-static GstPad* announcePad(OpenEngine& engine, const char* name, const QByteArray& caps)
-{
-    GstCaps* padCaps = gst_caps_from_string(caps.constData());
-    GstPadTemplate* padTemplate = gst_pad_template_new("src", GST_PAD_SRC, GST_PAD_ALWAYS, padCaps);
-    GstPad* pad = gst_pad_new_from_template(padTemplate, name);
-    gst_object_unref(padTemplate);
-    gst_caps_unref(padCaps);
-    gst_element_add_pad(engine.decodebin, pad); // emits "pad-added"
-    return pad;
-}
-
 static const QString enterPad =
     enterLine("DEBUG", "DataSimplePlayerImpl::newPadCallback", "token: T");
 static const QString leavePad =
@@ -902,7 +891,7 @@ void TestDataEngine::audioPadIsLinkedToTheQueue()
     QFETCH(QByteArray, caps);
     Scene scene(tenBytes);
     QVERIFY(scene.build());
-    GstPad* pad = announcePad(*scene.engine, "first", caps);
+    GstPad* pad = announcePad(scene.engine->decodebin, "first", caps.constData());
     GstPad* peer = gst_pad_get_peer(pad);
     QVERIFY(peer);
     QCOMPARE(GST_PAD_PARENT(peer), scene.engine->queue);
@@ -915,7 +904,8 @@ void TestDataEngine::audioMayStandAnywhereInTheName()
     Scene scene(tenBytes);
     QVERIFY(scene.build());
     // It is offered to the queue, although the converter behind that does not take it.
-    QVERIFY(!gst_pad_is_linked(announcePad(*scene.engine, "first", "application/x-audio-test")));
+    QVERIFY(!gst_pad_is_linked(
+        announcePad(scene.engine->decodebin, "first", "application/x-audio-test")));
     QCOMPARE(scene.log.lines(), (QStringList{enterPad, leavePad}));
 }
 
@@ -933,7 +923,7 @@ void TestDataEngine::otherPadIsSkipped()
     QFETCH(QByteArray, caps);
     Scene scene(tenBytes);
     QVERIFY(scene.build());
-    QVERIFY(!gst_pad_is_linked(announcePad(*scene.engine, "first", caps)));
+    QVERIFY(!gst_pad_is_linked(announcePad(scene.engine->decodebin, "first", caps.constData())));
     QVERIFY(!isLinked(scene.engine->queue, "sink"));
     QCOMPARE(scene.log.lines(),
              (QStringList{enterPad, "WARN Skipping non-audio pad from uridecodebin"}));
@@ -943,7 +933,7 @@ void TestDataEngine::linkedPadIsLeftAlone()
 {
     Scene scene(tenBytes);
     QVERIFY(scene.build());
-    GstPad* pad = announcePad(*scene.engine, "first", "audio/x-raw");
+    GstPad* pad = announcePad(scene.engine->decodebin, "first", "audio/x-raw");
     scene.log.clear();
     scene.engine->newPadCallback(pad);
     QCOMPARE(scene.log.lines(),
@@ -954,9 +944,9 @@ void TestDataEngine::secondAudioPadIsRefusedInSilence()
 {
     Scene scene(tenBytes);
     QVERIFY(scene.build());
-    GstPad* first = announcePad(*scene.engine, "first", "audio/x-raw");
+    GstPad* first = announcePad(scene.engine->decodebin, "first", "audio/x-raw");
     scene.log.clear();
-    QVERIFY(!gst_pad_is_linked(announcePad(*scene.engine, "second", "audio/x-raw")));
+    QVERIFY(!gst_pad_is_linked(announcePad(scene.engine->decodebin, "second", "audio/x-raw")));
     QVERIFY(gst_pad_is_linked(first));
     QCOMPARE(scene.log.lines(), (QStringList{enterPad, leavePad}));
 }
