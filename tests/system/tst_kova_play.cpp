@@ -264,6 +264,7 @@ private Q_SLOTS:
     void fakeItemsStopAtOnce();
 
     void fileAndStandardInputPlayFromMemory();
+    void standardInputThatIsAPipeIsReadToItsEnd();
     void standardInputThatIsEmptyFails();
     void pipePlaysWhatAWriterWrites();
     void pipeOfRawSamplesPlaysWithCaps();
@@ -857,6 +858,27 @@ void TestKovaPlay::fileAndStandardInputPlayFromMemory()
     const int second = heard.indexOf(samplesOfTwo);
     QVERIFY(heard.startsWith(samplesOfOne));
     QVERIFY(second >= samplesOfOne.size());
+}
+
+void TestKovaPlay::standardInputThatIsAPipeIsReadToItsEnd()
+{
+    const VirtualCard card("card");
+    const QString fifo = TestProcess::path("input.fifo");
+    QCOMPARE(::mkfifo(QFile::encodeName(fifo).constData(), 0600), 0);
+    PipeWriter::Manner manner;
+    manner.chunk = PipeWriter::atomic;
+    manner.pauseMs = 1;
+    manner.keepOpen = true;
+    PipeWriter writer(fifo, media::readFile(one), manner);
+    Program program({"-d", card.device(), "-"});
+    program.setStandardInputFile(fifo);
+    program.begin();
+    QVERIFY(writer.waitForWritten());
+    QVERIFY(writer.close());
+    QCOMPARE(program.finish(), 0);
+    QCOMPARE(program.out, QByteArray("ended -\n"));
+    QCOMPARE(program.err, QByteArray());
+    QVERIFY(media::withoutTrailingSilence(card.samples(), 4) == samplesOfOne);
 }
 
 void TestKovaPlay::standardInputThatIsEmptyFails()
