@@ -1,0 +1,16 @@
+// A pipeline written by hand in a Qt application.
+#include "BarePipeline.h"
+
+#include <QtCore/QCoreApplication>
+
+void contender::begin(int& argc, char** argv)
+{
+    static QCoreApplication application(argc, argv);
+    gst_init(&argc, &argv);
+}
+
+std::unique_ptr<Playback> contender::prepare(const std::string& item, const std::string& device,
+                                             bool loop, Outcome outcome)
+{
+    return makeBareUriPipeline(item, device, loop, std::move(outcome));
+}

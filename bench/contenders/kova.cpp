@@ -1,0 +1,22 @@
+// This library.
+#include "KovaLog.h"
+#include "KovaPlayback.h"
+
+#include <simplePlayer/UriSimplePlayer.h>
+
+#include <QtCore/QCoreApplication>
+
+void contender::begin(int& argc, char** argv)
+{
+    static QCoreApplication application(argc, argv);
+    setUpLog();
+}
+
+std::unique_ptr<Playback> contender::prepare(const std::string& item, const std::string& device,
+                                             bool loop, Outcome outcome)
+{
+    return std::make_unique<KovaPlayback>(
+        std::make_unique<UriSimplePlayer>(QString::fromStdString(item), QStringLiteral("token"),
+                                          QString::fromStdString(device)),
+        loop, outcome);
+}

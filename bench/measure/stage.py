@@ -1,0 +1,170 @@
+"""Where the contenders play: the virtual sound card, the items, and the start of a program."""
+import os
+import re
+import resource
+import subprocess
+import time
+from dataclasses import dataclass, field
+
+from measure.items import Items
+
+# In the order of the tables. All of them are found in one folder of the build.
+CONTENDERS = ("bare-glib", "bare-qt", "kova", "qmediaplayer")
+
+
+class Failure(Exception):
+    """A contender did not do what it was asked for."""
+
+
+@dataclass
+class Play:
+    """Monotonic nanoseconds of the start call and of the outcome."""
+
+    start: int
+    outcome: int
+
+
+@dataclass
+class Held:
+    """What a process held with so many players; bytes and counts."""
+
+    players: int
+    heap: int
+    resident: int
+    threads: int
+    descriptors: int
+
+
+@dataclass
+class Run:
+    """What came of one process."""
+
+    begun: int
+    plays: list = field(default_factory=list)
+    held: list = field(default_factory=list)
+    usage: resource.struct_rusage = None
+
+    @property
+    def cpu(self):
+        """Seconds of processor time, of the program and of the kernel for it."""
+        return self.usage.ru_utime + self.usage.ru_stime
+
+
+class Card:
+    """Virtual sound cards, each of which writes down when what is done with it."""
+
+    def __init__(self, stage, names=("default",), speed=1, pause=True):
+        self.folder = stage.results / "cards"
+        self.folder.mkdir(exist_ok=True)
+        self.names = names
+        text = stage.card_configuration(
+            "--name", "NAME", "--plugin", stage.plugin, "--speed", str(speed), "--starve", "wait",
+            "--events", "EVENTS", *([] if pause else ["--no-pause"]),
+        )
+        # What is common to all cards stands before the first one.
+        common, mine = text[: text.index("pcm.NAME ")], text[text.index("pcm.NAME ") :]
+        self.configuration = self.folder / "asound.conf"
+        self.configuration.write_text(common + "".join(self.named(mine, name) for name in names))
+
+    def named(self, text, name):
+        text = re.sub('"[^"]*EVENTS"', lambda _: f'"{self.path(name)}"', text)
+        return text.replace("pcm.NAME", f"pcm.{'!' if name == 'default' else ''}{name}")
+
+    def path(self, name):
+        return self.folder / f"{name}.events"
+
+    def clear(self):
+        for name in self.names:
+            self.path(name).unlink(missing_ok=True)
+
+    def times(self, event, name="default"):
+        """When it happened, each time."""
+        if not self.path(name).exists():
+            return []
+        words = [line.split() for line in self.path(name).read_text().splitlines()]
+        return [int(word[0]) for word in words if word[1] == event]
+
+
+class Stage:
+    def __init__(self, tree, rounds, only=None):
+        self.tree = tree
+        self.rounds = rounds
+        self.build = tree / "build/bench"
+        self.plugin = self.build / "lib/libasound_module_pcm_virtualcard.so"
+        self.results = self.build / "results"
+        self.results.mkdir(exist_ok=True)
+        self.items = Items(self.results / "items")
+        for name in CONTENDERS:
+            if not self.program(name).exists():
+                print(f"left out, as its development package is missing: {name}")
+        self.contenders = [name for name in CONTENDERS if self.program(name).exists()]
+        if only:
+            self.contenders = [n for n in self.contenders if n in (*only, "bare-glib", "bare-qt")]
+        self.warm_up()
+
+    def program(self, name):
+        return self.build / "contenders" / name
+
+    def card_configuration(self, *options):
+        tool = self.tree / "src/tools/virtualcard/virtualcard-config"
+        return subprocess.run([tool, *options], check=True, text=True, stdout=subprocess.PIPE).stdout
+
+    def warm_up(self):
+        """Fills GStreamer's registry and the page cache."""
+        card = Card(self, speed=20)
+        for name in self.contenders:
+            self.run(name, card, "sequence", self.items.wav(0.5), 1)
+
+    def environment(self, card, trace=False):
+        kept = {n: v for n, v in os.environ.items() if not n.startswith(("GST_", "KOVA_", "QT_"))}
+        own = {
+            "ALSA_CONFIG_PATH": str(card.configuration),
+            "GST_REGISTRY": str(self.results / "registry.bin"),
+            "LC_ALL": "C",
+        }
+        return kept | own | ({"KOVA_BENCH_TRACE": "1"} if trace else {})
+
+    def start(self, command, card, trace=False):
+        """Starts a program on a card that has not been used. Gives back it and when that was."""
+        card.clear()
+        environment = self.environment(card, trace)
+        begun = time.monotonic_ns()
+        process = subprocess.Popen(
+            [str(word) for word in command],
+            env=environment,
+            text=True,
+            close_fds=False,
+            stdin=subprocess.PIPE,
+            stdout=subprocess.PIPE,
+            stderr=subprocess.PIPE,
+        )
+        return process, begun
+
+    def run(self, name, card, mode, item, count, wrapper=(), trace=False, device="default"):
+        command = [*wrapper, self.program(name), mode, item, device, count]
+        return self.finish(*self.start(command, card, trace))
+
+    def finish(self, process, begun):
+        """Reads what the program prints until it ends."""
+        run = Run(begun)
+        with process.stdin, process.stdout, process.stderr:
+            output = process.stdout.read()
+            errors = process.stderr.read()
+        _, status, run.usage = os.wait4(process.pid, 0)
+        process.returncode = os.waitstatus_to_exitcode(status)
+        if process.returncode != 0:
+            raise Failure(f"{process.args} ended with {process.returncode}: {errors}")
+        for line in output.splitlines():
+            word, *values = line.split()
+            if word == "play":
+                run.plays.append(Play(*map(int, values)))
+            elif word == "held":
+                run.held.append(Held(*map(int, values)))
+        return run
+
+    def instructions(self, name, mode, item, count, trace=False):
+        """Instructions of a whole process, all of its threads, from its start to its end."""
+        counts = self.results / "callgrind.out"
+        wrapper = ["valgrind", "--tool=callgrind", f"--callgrind-out-file={counts}"]
+        self.run(name, Card(self), mode, item, count, wrapper, trace)
+        return int(re.search(r"^(?:summary|totals): (\d+)", counts.read_text(), re.M)[1])
