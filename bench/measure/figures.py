@@ -1,5 +1,7 @@
 """The figures. Contenders take turns, so that what the machine does besides meets all of them."""
-from measure.stage import Card
+import time
+
+from measure.stage import Card, Failure
 from measure.tables import Table
 
 MILLISECOND = 1e6  # nanoseconds
@@ -37,16 +39,18 @@ def starts(stage, report):
 def instructions(stage, report):
     """What a process executes for one second of sound, and for each further player."""
     unit = "million instructions"
-    one = Table("instructions", "whole process, 1 s WAV", unit, "bare-qt")
+    whole = Table("instructions", "whole process, 1 s WAV", unit, "bare-qt")
+    loading = Table("instructions-loading", "of these, in the dynamic linker", unit, "bare-qt")
     further = Table("instructions-further", "each further player, 1 s WAV", unit, "bare-qt")
     for _ in range(min(3, stage.rounds)):
         for name, trace in with_trace(stage.contenders):
-            whole, each = count_instructions(stage, name, trace)
+            one, each = count_instructions(stage, name, trace)
             label = name + "+trace" if trace else name
-            one.add(label, whole / 1e6)
+            whole.add(label, one.all / 1e6)
+            loading.add(label, one.loading / 1e6)
             further.add(label, each / 1e6)
-    report.show(one)
-    report.show(further)
+    for table in (whole, loading, further):
+        report.show(table)
 
 
 def with_trace(names):
@@ -60,9 +64,9 @@ def with_trace(names):
 def count_instructions(stage, name, trace=False, more=5):
     """Of a process with one player, and of each further player in it."""
     item = stage.items.wav(1)
-    whole = stage.instructions(name, "sequence", item, 1, trace)
+    one = stage.instructions(name, "sequence", item, 1, trace)
     longer = stage.instructions(name, "sequence", item, 1 + more, trace)
-    return whole, (longer - whole) / more
+    return one, (longer.all - one.all) / more
 
 
 def cpu(stage, report):
@@ -79,8 +83,172 @@ def cpu(stage, report):
         report.show(table)
 
 
+HELD = {"heap": "KiB", "resident": "KiB", "threads": "threads", "descriptors": "descriptors"}
+
+
+def held(stage, report):
+    """What each further player holds, idle and while it plays."""
+    for mode, few, many in (("idle", 1, 101), ("playing", 1, 9)):
+        tables = {
+            what: Table(f"{mode}-{what}", f"each further {mode} player: {what}", unit)
+            for what, unit in HELD.items()
+        }
+        for _ in range(min(3, stage.rounds)):
+            for name in chooses_card(stage.contenders):
+                usage = further_player(stage, name, mode, few, many)
+                for what, table in tables.items():
+                    table.add(name, usage[what] / (1024 if table.unit == "KiB" else 1))
+        for table in tables.values():
+            report.show(table)
+
+
+def chooses_card(names):
+    """Qt Multimedia plays on the default device only, and so cannot be told apart there."""
+    return [name for name in names if name != "qmediaplayer"]
+
+
+def further_player(stage, name, mode, few, many):
+    """What one more player of a process costs, from the difference of two numbers of them."""
+    if mode == "idle":
+        low, high = stage.run(name, Card(stage), mode, stage.items.wav(1), many).held
+    else:
+        low, high = (while_playing(stage, name, count) for count in (few, many))
+    return {what: (getattr(high, what) - getattr(low, what)) / (many - few) for what in HELD}
+
+
+def while_playing(stage, name, count):
+    """What a process holds when all of its players are heard."""
+    card = Card(stage, cards(count))
+    process, begun = stage.launch(name, card, "playing", stage.items.wav(6), count)
+    wait_until(lambda: all(card.times("first-frame", one) for one in card.names), process)
+    process.stdin.write("\n")
+    process.stdin.flush()
+    return stage.finish(process, begun).held[0]
+
+
+def cards(count):
+    return tuple(f"card{number + 1}" for number in range(count))
+
+
+def wait_until(condition, process):
+    while not condition():
+        if process.poll() is not None:
+            raise Failure(f"{process.args} has ended: {process.stderr.read()}")
+        time.sleep(0.002)
+
+
+def together(stage, report):
+    """1, 2, 4 ... 64 players at once: processor time, memory, start."""
+    graphs = {
+        "together-cpu": ("processor time for each player's second of sound", "ms"),
+        "together-memory": ("peak of the process", "MiB"),
+        "together-start": ("start to first frame", "ms"),
+    }
+    curves = {graph: {} for graph in graphs}
+    item = stage.items.wav(1)
+    for count in (1, 2, 4, 8, 16, 32, 64):
+        tables = {g: Table(f"{g}-{count}", f"{count} at once: {t}", u) for g, (t, u) in graphs.items()}
+        card = Card(stage, cards(count))
+        for _ in range(min(3, stage.rounds)):
+            for name in chooses_card(stage.contenders):
+                run = stage.run(name, card, "together", item, count)
+                tables["together-cpu"].add(name, run.cpu / count * 1000)
+                tables["together-memory"].add(name, run.usage.ru_maxrss / 1024)
+                for play, one in zip(run.plays, card.names):
+                    heard = card.times("first-frame", one)[0]
+                    tables["together-start"].add(name, (heard - play.start) / MILLISECOND)
+        for graph, table in tables.items():
+            report.show(table)
+            for name, values in table.values.items():
+                curves[graph].setdefault(name, {})[count] = values
+    for graph, (title, unit) in graphs.items():
+        report.draw_lines(graph, title, "players at once", unit, curves[graph])
+
+
+MEBIBYTE = 1 << 20
+
+
+def data(stage, report):
+    """What a player of bytes in memory copies, and holds beside them."""
+    card = Card(stage, ("default",), 1000, "--starve", "wait")
+    for who in ("unshared", "shared"):
+        for size in (1, 4, 16):
+            counted, _ = stage.probe(card, "data", "default", size * MEBIBYTE, who)
+            (copies,), (chunks,) = counted["copies"], counted["chunks"]
+            print(f"{who} array of {size} MiB: copied {copies} times, in {chunks} chunks")
+    print(f"beside an array of 256 MiB: {beside_large_array(stage) / MEBIBYTE:.2f} MiB more "
+          "than beside one of 1 MiB\n", flush=True)
+
+
+def beside_large_array(stage, size=256):
+    """How much more than the array itself a process holds at most, compared to a small array."""
+    card = Card(stage, ("default",), 1000, "--starve", "wait")
+    peaks = []
+    for mebibytes in (1, size):
+        _, peak = stage.probe(card, "data", "default", mebibytes * MEBIBYTE, "unshared")
+        peaks.append(peak - mebibytes * MEBIBYTE)
+    return peaks[1] - peaks[0]
+
+
+def stream(stage, report):
+    """From a named pipe to the card, beside GStreamer's own reader."""
+    names = ("fdsrc-stream", "kova-stream")
+    floor = names[0]
+    speed = Table("stream-speed", "WAV through a named pipe, fast card", "MiB/s", floor)
+    wakes = Table("stream-wakes", "times that a thread waits, for each MiB", "waits", floor)
+    work = Table("stream-work", "each block of 4096 bytes", "thousand instructions", floor)
+    small, large = stage.items.wav(6), stage.items.wav(60)
+    size = (large.stat().st_size - small.stat().st_size) / MEBIBYTE
+    card = Card(stage, ("default",), 1000, "--starve", "wait")
+    for _ in range(stage.rounds):
+        for name in names:
+            brief = stage.run_stream(name, card, small)
+            whole = stage.run_stream(name, card, large)
+            speed.add(name, size / ((duration(whole) - duration(brief)) / 1e9))
+            wakes.add(name, (whole.usage.ru_nvcsw - brief.usage.ru_nvcsw) / size)
+    for name in names:
+        counts = [stage.stream_instructions(name, item).all for item in (stage.items.wav(1), small)]
+        blocks = (small.stat().st_size - stage.items.wav(1).stat().st_size) / 4096
+        work.add(name, (counts[1] - counts[0]) / blocks / 1000)
+    for table in (speed, wakes, work):
+        report.show(table)
+
+
+def duration(run):
+    return run.plays[0].outcome - run.plays[0].start
+
+
+def loop(stage, report):
+    """From the last frame of a pass to the first of the next."""
+    item = stage.items.wav(SHORT)
+    for kind, options in (("pausing", ()), ("plain", ("--no-pause",))):
+        table = Table(f"loop-{kind}", f"turn of a loop, a {kind} card", "ms")
+        card = Card(stage, ("default",), 1, *options)
+        for _ in range(stage.rounds):
+            for name in ("bare-glib", "bare-qt", "kova"):
+                for gap in turns(stage, name, card, item):
+                    table.add(name, gap)
+        report.show(table)
+
+
+def turns(stage, name, card, item, passes=5):
+    """How much later than its length each pass of an item is followed by the next."""
+    process, _ = stage.launch(name, card, "loop", item, 1)
+    began = lambda: sorted(card.times("first-frame") + card.times("resume"))  # noqa: E731
+    wait_until(lambda: len(began()) > passes, process)
+    process.kill()
+    process.communicate()
+    times = began()[: passes + 1]
+    return [(b - a) / MILLISECOND - SHORT * 1000 for a, b in zip(times, times[1:])]
+
+
 ALL = {
     "starts": starts,
+    "loop": loop,
     "instructions": instructions,
     "cpu": cpu,
+    "held": held,
+    "together": together,
+    "data": data,
+    "stream": stream,
 }

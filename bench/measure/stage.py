@@ -2,6 +2,7 @@
 import os
 import re
 import resource
+import shutil
 import subprocess
 import time
 from dataclasses import dataclass, field
@@ -42,6 +43,7 @@ class Run:
     begun: int
     plays: list = field(default_factory=list)
     held: list = field(default_factory=list)
+    counted: dict = field(default_factory=dict)
     usage: resource.struct_rusage = None
 
     @property
@@ -53,13 +55,13 @@ class Run:
 class Card:
     """Virtual sound cards, each of which writes down when what is done with it."""
 
-    def __init__(self, stage, names=("default",), speed=1, pause=True):
+    def __init__(self, stage, names=("default",), speed=1, *options):
         self.folder = stage.results / "cards"
         self.folder.mkdir(exist_ok=True)
         self.names = names
         text = stage.card_configuration(
-            "--name", "NAME", "--plugin", stage.plugin, "--speed", str(speed), "--starve", "wait",
-            "--events", "EVENTS", *([] if pause else ["--no-pause"]),
+            "--name", "NAME", "--plugin", stage.plugin, "--speed", str(speed), "--events", "EVENTS",
+            *options,
         )
         # What is common to all cards stands before the first one.
         common, mine = text[: text.index("pcm.NAME ")], text[text.index("pcm.NAME ") :]
@@ -140,9 +142,20 @@ class Stage:
         )
         return process, begun
 
-    def run(self, name, card, mode, item, count, wrapper=(), trace=False, device="default"):
+    def launch(self, name, card, mode, item, count, wrapper=(), trace=False):
+        # Where several players are told apart, each has a card of its own with a number behind.
+        device = "default" if card.names == ("default",) else "card"
         command = [*wrapper, self.program(name), mode, item, device, count]
-        return self.finish(*self.start(command, card, trace))
+        return self.start(command, card, trace)
+
+    def run(self, *order, **options):
+        return self.finish(*self.launch(*order, **options))
+
+    def probe(self, card, *arguments):
+        """What the probe counts, by name, and the peak of its memory in bytes."""
+        process, begun = self.start([self.program("probe"), *arguments], card)
+        run = self.finish(process, begun)
+        return run.counted, run.usage.ru_maxrss * 1024
 
     def finish(self, process, begun):
         """Reads what the program prints until it ends."""
@@ -160,11 +173,54 @@ class Stage:
                 run.plays.append(Play(*map(int, values)))
             elif word == "held":
                 run.held.append(Held(*map(int, values)))
+            else:
+                run.counted[word] = [int(value) for value in values]
         return run
 
+    def run_stream(self, name, card, item, wrapper=()):
+        """With a writer that writes the item into a named pipe as fast as it is read."""
+        pipe = self.results / "pipe"
+        pipe.unlink(missing_ok=True)
+        os.mkfifo(pipe)
+        process, begun = self.launch(name, card, "sequence", pipe, 1, wrapper=wrapper)
+        with open(pipe, "wb") as writer:  # waits for the reader
+            shutil.copyfileobj(open(item, "rb"), writer)
+        return self.finish(process, begun)
+
     def instructions(self, name, mode, item, count, trace=False):
-        """Instructions of a whole process, all of its threads, from its start to its end."""
+        """Of a whole process, all of its threads, from its start to its end."""
+        run = lambda wrapper: self.run(  # noqa: E731
+            name, Card(self), mode, item, count, wrapper=wrapper, trace=trace
+        )
+        return self.counting(run)
+
+    def stream_instructions(self, name, item):
+        return self.counting(lambda wrapper: self.run_stream(name, Card(self), item, wrapper))
+
+    def counting(self, run):
+        """Runs something under callgrind, which is given as the wrapper of its command."""
         counts = self.results / "callgrind.out"
-        wrapper = ["valgrind", "--tool=callgrind", f"--callgrind-out-file={counts}"]
-        self.run(name, Card(self), mode, item, count, wrapper, trace)
-        return int(re.search(r"^(?:summary|totals): (\d+)", counts.read_text(), re.M)[1])
+        run(["valgrind", "--tool=callgrind", f"--callgrind-out-file={counts}"])
+        return Instructions(counts.read_text().splitlines())
+
+
+class Instructions:
+    """How many there were, and how many of them were the dynamic linker's."""
+
+    def __init__(self, lines):
+        self.all = self.loading = 0
+        names = {}
+        loader = inclusive = False
+        for line in lines:
+            if line.startswith("ob="):
+                number, _, name = line[3:].partition(" ")
+                names.setdefault(number, name)
+                loader = "/ld-linux" in names[number]
+            elif line.startswith("calls="):
+                inclusive = True  # the next line counts what was called, which stands elsewhere too
+            elif line[:1].isdigit() or line[:1] in "+-*":
+                if not inclusive:
+                    cost = sum(map(int, line.split()[1:]))  # one number, or none for nothing
+                    self.all += cost
+                    self.loading += cost if loader else 0
+                inclusive = False
