@@ -212,10 +212,12 @@ class Instructions:
         names = {}
         loader = inclusive = False
         for line in lines:
-            if line.startswith("ob="):
-                number, _, name = line[3:].partition(" ")
+            key, _, value = line.partition("=")
+            if key in ("ob", "cob"):
+                # A name stands behind its number once, where it comes first.
+                number, _, name = value.partition(" ")
                 names.setdefault(number, name)
-                loader = "/ld-linux" in names[number]
+                loader = "/ld-linux" in names[number] if key == "ob" else loader
             elif line.startswith("calls="):
                 inclusive = True  # the next line counts what was called, which stands elsewhere too
             elif line[:1].isdigit() or line[:1] in "+-*":
