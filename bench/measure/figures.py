@@ -166,6 +166,7 @@ def together(stage, report):
 
 
 MEBIBYTE = 1 << 20
+SMALL_ARRAY = 32  # MiB, large enough for as many chunks at once as a large one
 
 
 def data(stage, report):
@@ -177,19 +178,19 @@ def data(stage, report):
             (copies,), (chunks,) = counted["copies"], counted["chunks"]
             print(f"{who} array of {size} MiB: copied {copies} times, in {chunks} chunks")
     print(f"beside an array of 256 MiB: {beside_large_array(stage) / MEBIBYTE:.2f} MiB more "
-          "than beside one of 1 MiB\n", flush=True)
+          f"than beside one of {SMALL_ARRAY} MiB\n", flush=True)
 
 
 def beside_large_array(stage, size=256):
     """How much more than the array itself a process holds at most, compared to a small array."""
     card = Card(stage, ("default",), 1000, "--starve", "wait")
-    peaks = {1: [], size: []}
+    peaks = {SMALL_ARRAY: [], size: []}
     for _ in range(3):
         for mebibytes, beside in peaks.items():
             _, peak = stage.probe(card, "data", "default", mebibytes * MEBIBYTE, "unshared")
             beside.append(peak - mebibytes * MEBIBYTE)
     # Threads take more memory in one run than in another; what an array costs is in all of them.
-    return min(peaks[size]) - min(peaks[1])
+    return min(peaks[size]) - min(peaks[SMALL_ARRAY])
 
 
 def stream(stage, report):
