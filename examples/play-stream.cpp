@@ -4,8 +4,9 @@
 //     play-stream PIPE [DEVICE] &
 //     espeak-ng --stdout "The train is late." >PIPE
 //
-// The player makes a pipe that is missing; but a shell that is quicker makes a file. Nothing may be written before the playback is started, so a program
-// tells its writers when to begin: this one says so on standard error.
+// The player makes a pipe that is missing, but a shell that is quicker makes a file. Nothing may be
+// written before the playback is started, so a program tells its writers when to begin: this one
+// says so on standard error.
 #include "play.h"
 
 #include <simplePlayer/StreamSimplePlayer.h>
