@@ -95,6 +95,20 @@ QByteArray withoutTrailingSilence(const QByteArray& samples, int frameSize)
     return samples.left(frames * frameSize);
 }
 
+QByteArray withoutSilence(const QByteArray& samples, int frameSize)
+{
+    const QByteArray silence(frameSize, '\0');
+    QByteArray sound;
+    sound.reserve(samples.size());
+    for (int at = 0; at < samples.size(); at += frameSize) {
+        const QByteArray frame = QByteArray::fromRawData(samples.constData() + at, frameSize);
+        if (frame != silence) {
+            sound.append(frame);
+        }
+    }
+    return sound;
+}
+
 /// One sample as a fraction of full scale.
 static double sampleAt(const char* raw, SampleFormat format)
 {

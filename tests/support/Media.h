@@ -77,6 +77,10 @@ QString encodeContainer(const QString& name, const QString& audioCodec, const QS
 /// The sound without the silence at its end: without the last frames of zero bytes.
 QByteArray withoutTrailingSilence(const QByteArray& samples, int frameSize);
 
+/// The sound without any silence: without all frames of zero bytes. For what is heard across a
+/// pause: when a machine is too busy to resume in time, the sink plays a period of silence first.
+QByteArray withoutSilence(const QByteArray& samples, int frameSize);
+
 } // namespace media
 
 #endif

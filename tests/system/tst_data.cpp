@@ -419,7 +419,7 @@ void TestData::pausedItemPlaysToItsEnd()
     QVERIFY(pauseAndWait(probe));
     QVERIFY(probe->startPlayback());
     QCOMPARE(probe.finish(), ended());
-    QVERIFY(heard(card) == sound.samples);
+    QVERIFY(media::withoutSilence(card.samples(), sound.frameSize()) == sound.samples);
 }
 
 /// A card that stands still after a tenth of a second: no item comes to its end.

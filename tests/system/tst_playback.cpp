@@ -206,7 +206,7 @@ void TestPlayback::pauseHoldsAndStartResumes()
 
     QVERIFY(probe->startPlayback());
     QCOMPARE(probe.finish(), ended());
-    QVERIFY(heard(card) == sound.samples);
+    QVERIFY(media::withoutSilence(card.samples(), sound.frameSize()) == sound.samples);
 }
 
 void TestPlayback::repeatedPausesLoseNothing()
@@ -220,7 +220,7 @@ void TestPlayback::repeatedPausesLoseNothing()
         QVERIFY(probe->startPlayback());
     }
     QCOMPARE(probe.finish(), ended());
-    QVERIFY(heard(card) == sound.samples);
+    QVERIFY(media::withoutSilence(card.samples(), sound.frameSize()) == sound.samples);
 }
 
 /// A card that stands still after a tenth of a second: the item can never come to its end.
