@@ -961,7 +961,7 @@ void TestVirtualCard::pausedPipelineGoesOn()
     QCOMPARE(pipeline.finish(), QStringLiteral("ended"));
     QVERIFY(card.frames() > atPause);
     if (canPause) {
-        QVERIFY(heard(card, sound) == sound.samples);
+        QVERIFY(media::withoutSilence(card.samples(), sound.frameSize()) == sound.samples);
         QVERIFY(card.has("resume"));
     } else {
         // The sink drops what is in the card then.
