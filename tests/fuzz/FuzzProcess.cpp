@@ -43,7 +43,6 @@ int LLVMFuzzerInitialize(int* argc, char*** argv)
     g_log_set_default_handler(judgeCritical, nullptr);
     trackGstObjects();
     useGreedySink();
-    prepareLeakCheck();
     return 0;
 }
 

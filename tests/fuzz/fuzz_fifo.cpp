@@ -93,18 +93,12 @@ void act(uint8_t deed, OpenEngine& engine, const FifoEnd& writer, QByteArray& wr
     }
 }
 
-/// Where the decoder would be, the bytes are taken as they come.
-struct NoDecoder
-{
-    NoDecoder() { prepareLeakCheck(); }
-    ReplacedFactory replaced{"decodebin", "fakesink"};
-};
-
 } // namespace
 
 FUZZ_TARGET
 {
-    static const NoDecoder noDecoder;
+    // Where the decoder would be, the bytes are taken as they come.
+    static const ReplacedFactory noDecoder("decodebin", "fakesink");
     const QString fifo = TestProcess::path(QStringLiteral("fifo"));
     {
         StreamSimplePlayer front(QString(), QString(), QStringLiteral("token"), QString());
@@ -125,6 +119,6 @@ FUZZ_TARGET
                 "everything that was written arrives, in order, and then the pipe is closed");
         engine.stopPlayback(); // no more is handed over from here on
     }
-    require(leakedByPlayers().isEmpty(), "nothing is left of a pipeline");
+    require(leakedGstObjects().isEmpty(), "nothing is left of a pipeline");
     return 0;
 }

@@ -34,7 +34,7 @@ static qint64 residentBytes()
 Usage measureUsage(qint64 plays)
 {
     deliverQueuedEvents();
-    const QString left = leakedByPlayers(); // waits for the threads of dead pipelines
+    const QString left = leakedGstObjects(); // waits for the threads of dead pipelines
     if (!left.isEmpty()) {
         qWarning("left behind: %s", qPrintable(left));
     }

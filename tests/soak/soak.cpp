@@ -106,7 +106,6 @@ int main(int argc, char** argv)
     const qint64 plays = options.value("plays").toLongLong();
 
     trackGstObjects();
-    prepareLeakCheck();
     const std::vector<Life> lives = livesNamed(options.value("only"));
     if (lives.empty()) {
         out() << "soak: there is no such life\n" << Qt::flush;

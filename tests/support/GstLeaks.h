@@ -10,14 +10,17 @@
 /// thread may be finalising at that moment; this one only ever looks.
 void trackGstObjects();
 
-/// The type names of all objects alive now, sorted, without those that GStreamer itself marks as
-/// living as long as the process (pad templates, factories …).
+/// The type names of all objects alive now, sorted, without those that GStreamer keeps as long as
+/// the process lives (pad templates, factories, type finders …).
 QStringList liveGstObjects();
 
-/// Waits until no object is alive beyond those in `expected`: GStreamer's threads drop their last
-/// references a moment after a pipeline is gone. Returns what was still alive in excess at the end;
-/// the calls that follow overlook it, so that each leak fails the one test that caused it.
-QStringList leakedGstObjects(const QStringList& expected = QStringList());
+/// Waits until no object is alive: GStreamer's threads drop their last references a moment after a
+/// pipeline is gone. Returns what was still alive at the end, as "3 GstCaps, 1 GstPad", empty for
+/// nothing; the calls that follow overlook it, so that each leak fails the one test that caused it.
+QString leakedGstObjects();
+
+/// Has leakedGstObjects() overlook one object, which GStreamer itself does not always free.
+void overlookLeakedGstObject(const QString& type);
 
 /// Frees the elements that were made but that nobody ever took over, as a failed build leaves them.
 /// Not to be called while another thread may be making one: it would be freed, too.

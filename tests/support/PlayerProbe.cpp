@@ -1,11 +1,7 @@
 #include "support/PlayerProbe.h"
 
-#include "support/GstLeaks.h"
-
 #include <QtCore/QCoreApplication>
 #include <QtCore/QTimer>
-
-#include <gst/gst.h>
 
 PlayerProbe::PlayerProbe(SimplePlayer* playerToHold) : player(playerToHold), outcomes(playerToHold)
 {
@@ -58,28 +54,4 @@ void deliverQueuedEvents()
         QCoreApplication::processEvents();
     }
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-}
-
-static QStringList knownObjects;
-
-void prepareLeakCheck()
-{
-    GList* finders = gst_type_find_factory_get_list();
-    for (GList* i = finders; i; i = i->next) {
-        if (GstPluginFeature* loaded = gst_plugin_feature_load(GST_PLUGIN_FEATURE(i->data))) {
-            gst_object_unref(loaded);
-        }
-    }
-    gst_plugin_feature_list_free(finders);
-    knownObjects = liveGstObjects();
-}
-
-QString leakedByPlayers()
-{
-    return leakedGstObjects(knownObjects).join(QStringLiteral(", "));
-}
-
-void overlookLeakedObject(const QString& type)
-{
-    knownObjects.append(type);
 }

@@ -42,15 +42,4 @@ bool waitFor(const std::function<bool()>& condition);
 /// Runs the event loop until everything that is queued now, and GLib has ready, was delivered.
 void deliverQueuedEvents();
 
-/// Has GStreamer load all its type finders, which it keeps for as long as the process lives, so
-/// that nobody takes them for leaks. To be called before the first player is made.
-void prepareLeakCheck();
-
-/// The types of the objects that players have left behind since prepareLeakCheck(), one after
-/// another; empty when nothing is left after a moment of grace.
-QString leakedByPlayers();
-
-/// Has leakedByPlayers() overlook one object, which GStreamer itself does not always free.
-void overlookLeakedObject(const QString& type);
-
 #endif

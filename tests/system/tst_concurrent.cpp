@@ -17,7 +17,6 @@ class TestConcurrent : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void initTestCase();
     void cleanup();
 
     void playersAtOnceAllPlayWhole_data();
@@ -28,14 +27,9 @@ private Q_SLOTS:
     void playersComeAndGoInThreads();
 };
 
-void TestConcurrent::initTestCase()
-{
-    prepareLeakCheck();
-}
-
 void TestConcurrent::cleanup()
 {
-    QCOMPARE(leakedByPlayers(), QString());
+    QCOMPARE(leakedGstObjects(), QString());
 }
 
 namespace {

@@ -121,14 +121,13 @@ static QStringList withoutRefusals(QStringList outcomes)
 
 void TestData::initTestCase()
 {
-    prepareLeakCheck();
     sound = media::noise(SampleFormat::S16, 48000, 2, 48000);
     item = media::wavBytes(sound);
 }
 
 void TestData::cleanup()
 {
-    QCOMPARE(leakedByPlayers(), QString());
+    QCOMPARE(leakedGstObjects(), QString());
 }
 
 namespace {
@@ -605,8 +604,8 @@ void TestData::destroyedSoonIsSilent()
     QVERIFY(waitFor([&before] { return Holdings::now().within(before); }));
     // About once in ten thousand rounds GStreamer's decoder loses a pad that it was just going to
     // announce, in a pipeline without this library too.
-    overlookLeakedObject("GstDecodePad");
-    overlookLeakedObject("GstProxyPad");
+    overlookLeakedGstObject("GstDecodePad");
+    overlookLeakedGstObject("GstProxyPad");
 }
 
 namespace {

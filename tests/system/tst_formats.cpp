@@ -54,13 +54,12 @@ static QStringList ended()
 
 void TestFormats::initTestCase()
 {
-    prepareLeakCheck();
     tone = media::writeWav("tone.wav", media::tone(48000, 2, 48000));
 }
 
 void TestFormats::cleanup()
 {
-    QCOMPARE(leakedByPlayers(), QString());
+    QCOMPARE(leakedGstObjects(), QString());
 }
 
 static QStringList play(const QString& file, const VirtualCard& card)

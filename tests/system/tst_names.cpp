@@ -56,13 +56,12 @@ private:
 
 void TestNames::initTestCase()
 {
-    prepareLeakCheck();
     sound = media::noise(media::SampleFormat::S16, 48000, 2, 4800);
 }
 
 void TestNames::cleanup()
 {
-    QCOMPARE(leakedByPlayers(), QString());
+    QCOMPARE(leakedGstObjects(), QString());
 }
 
 /// Plays `item` on a card of its own. @return all outcomes

@@ -92,14 +92,13 @@ static int countEnds(const LogCapture& log)
 
 void TestPlayback::initTestCase()
 {
-    prepareLeakCheck();
     sound = media::noise(SampleFormat::S16, 48000, 2, 48000);
     item = media::writeWav("item.wav", sound);
 }
 
 void TestPlayback::cleanup()
 {
-    QCOMPARE(leakedByPlayers(), QString());
+    QCOMPARE(leakedGstObjects(), QString());
 }
 
 // ---- To the end --------------------------------------------------------------------------------
@@ -427,7 +426,7 @@ void TestPlayback::deviceThatRefusesIsReported()
     QCOMPARE(probe.finish(), QStringList(outcome));
     if (starts) {
         // The sink keeps the caps that the card refused, every other time.
-        overlookLeakedObject(QStringLiteral("GstCaps"));
+        overlookLeakedGstObject(QStringLiteral("GstCaps"));
     }
 
     VirtualCard card("card");

@@ -182,13 +182,12 @@ static constexpr bool isSanitized = false;
 
 void TestStream::initTestCase()
 {
-    prepareLeakCheck();
     fifo = TestProcess::path(QStringLiteral("fifo"));
 }
 
 void TestStream::cleanup()
 {
-    QCOMPARE(leakedByPlayers(), QString());
+    QCOMPARE(leakedGstObjects(), QString());
 }
 
 // ---- Formats -----------------------------------------------------------------------------------

@@ -48,7 +48,6 @@ private:
 
 void TestWeb::initTestCase()
 {
-    prepareLeakCheck();
     server = std::make_unique<HttpServer>();
     sound = media::noise(media::SampleFormat::S16, 48000, 2, 48000);
     const QString wav = media::writeWav("item.wav", sound);
@@ -59,7 +58,7 @@ void TestWeb::initTestCase()
 
 void TestWeb::cleanup()
 {
-    QCOMPARE(leakedByPlayers(), QString());
+    QCOMPARE(leakedGstObjects(), QString());
 }
 
 void TestWeb::cleanupTestCase()

@@ -77,7 +77,7 @@ void TestBusWatch::cleanup()
     player.reset();
     log.reset();
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-    QCOMPARE(leakedGstObjects().join(QLatin1Char(' ')), QString());
+    QCOMPARE(leakedGstObjects(), QString());
 }
 
 void TestBusWatch::handle(GstMessage* message)

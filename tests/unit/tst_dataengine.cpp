@@ -239,7 +239,7 @@ private Q_SLOTS:
 
 void TestDataEngine::cleanup()
 {
-    QCOMPARE(leakedGstObjects().join(QLatin1Char(' ')), QString());
+    QCOMPARE(leakedGstObjects(), QString());
 }
 
 // ---- Construction ------------------------------------------------------------------------------

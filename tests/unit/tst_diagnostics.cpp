@@ -67,7 +67,7 @@ void TestDiagnostics::init()
 
 void TestDiagnostics::cleanup()
 {
-    QCOMPARE(leakedGstObjects().join(QLatin1Char(' ')), QString());
+    QCOMPARE(leakedGstObjects(), QString());
 }
 
 QStringList TestDiagnostics::dumps() const

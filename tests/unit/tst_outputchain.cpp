@@ -85,7 +85,7 @@ Pad makeDecodedPad(const char* caps)
 
 void TestOutputChain::cleanup()
 {
-    QCOMPARE(leakedGstObjects().join(QLatin1Char(' ')), QString());
+    QCOMPARE(leakedGstObjects(), QString());
 }
 
 void TestOutputChain::elementsHaveTheirNamesAndFactories()

@@ -37,7 +37,7 @@ private Q_SLOTS:
 void TestReporting::cleanup()
 {
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-    QCOMPARE(leakedGstObjects().join(QLatin1Char(' ')), QString());
+    QCOMPARE(leakedGstObjects(), QString());
 }
 
 void TestReporting::reportBecomesTheSignalThatFits_data()

@@ -229,7 +229,7 @@ private Q_SLOTS:
 
 void TestStreamEngine::cleanup()
 {
-    QCOMPARE(leakedGstObjects().join(QLatin1Char(' ')), QString());
+    QCOMPARE(leakedGstObjects(), QString());
 }
 
 // ---- Construction ------------------------------------------------------------------------------

@@ -112,7 +112,7 @@ void TestUriEngine::initTestCase()
 
 void TestUriEngine::cleanup()
 {
-    QCOMPARE(leakedGstObjects().join(QLatin1Char(' ')), QString());
+    QCOMPARE(leakedGstObjects(), QString());
 }
 
 void TestUriEngine::uriIsMadeFromTheItem_data()
