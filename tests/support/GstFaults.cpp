@@ -17,15 +17,26 @@ MissingFactory::~MissingFactory()
     gst_object_unref(feature);
 }
 
-ReplacedFactory::ReplacedFactory(const char* factory, const char* with)
-    : original(factory), replacement(nullptr)
+/// What a factory makes.
+static GType typeMadeBy(const char* factory)
 {
-    GstElementFactory* source = gst_element_factory_find(with);
+    GstElementFactory* source = gst_element_factory_find(factory);
     gst_object_unref(gst_plugin_feature_load(GST_PLUGIN_FEATURE(source)));
     const GType type = gst_element_factory_get_element_type(source);
     gst_object_unref(source);
+    return type;
+}
+
+ReplacedFactory::ReplacedFactory(const char* factory, const char* with)
+    : ReplacedFactory(factory, typeMadeBy(with))
+{
+}
+
+ReplacedFactory::ReplacedFactory(const char* factory, GType type)
+    : original(factory), replacement(nullptr)
+{
     if (!gst_element_register(nullptr, factory, GST_RANK_NONE, type)) {
-        qFatal("cannot register %s as %s", with, factory);
+        qFatal("cannot register %s as %s", g_type_name(type), factory);
     }
     replacement = gst_registry_find_feature(gst_registry_get(), factory, GST_TYPE_ELEMENT_FACTORY);
 }

@@ -23,6 +23,8 @@ public:
     /// @param factory  the factory to replace, "audioconvert" for instance
     /// @param with     the factory whose elements are made in its place
     ReplacedFactory(const char* factory, const char* with);
+    /// @param type  the type of the elements that are made in its place
+    ReplacedFactory(const char* factory, GType type);
     ~ReplacedFactory();
     ReplacedFactory(const ReplacedFactory&) = delete;
     ReplacedFactory& operator=(const ReplacedFactory&) = delete;

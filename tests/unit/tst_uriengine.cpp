@@ -1,5 +1,6 @@
 #include "unit/TestEngine.h"
 
+#include "support/GstFaults.h"
 #include "support/GstLeaks.h"
 #include "support/Latin1Locale.h"
 #include "support/LogCapture.h"
@@ -46,6 +47,31 @@ struct Scene
     UriSimplePlayer front;
     std::unique_ptr<OpenEngine> engine;
 };
+
+/// Stands in for uridecodebin: it takes a URI and never finds anything there.
+struct IdleDecoder
+{
+    GstBin parent;
+};
+
+struct IdleDecoderClass
+{
+    GstBinClass parent;
+};
+
+G_DEFINE_TYPE(IdleDecoder, idle_decoder, GST_TYPE_BIN)
+
+void idle_decoder_class_init(IdleDecoderClass* decoderClass)
+{
+    GObjectClass* objectClass = G_OBJECT_CLASS(decoderClass);
+    objectClass->set_property = [](GObject*, guint, const GValue*, GParamSpec*) {};
+    g_object_class_install_property(
+        objectClass, 1, g_param_spec_string("uri", "uri", "uri", nullptr, G_PARAM_WRITABLE));
+}
+
+void idle_decoder_init(IdleDecoder*)
+{
+}
 
 /// What the engine makes, in order.
 const QByteArrayList factories{"uridecodebin", "queue", "audioconvert", "audioresample",
@@ -223,6 +249,8 @@ void TestUriEngine::frontObjectForwardsToItsEngine()
 
 void TestUriEngine::frontObjectForwardsSuccessToo()
 {
+    // A decoder that failed meanwhile would make the calls fail, too.
+    const ReplacedFactory idle("uridecodebin", idle_decoder_get_type());
     LogCapture log;
     UriSimplePlayer player(file, QStringLiteral("T"), QStringLiteral("null"));
     const Outcomes outcomes(&player);
