@@ -280,6 +280,7 @@ private Q_SLOTS:
     void liveLineOfSeveralItems();
     void logLinesDoNotRunIntoLiveLine();
     void dumbTerminalGetsPlainOutput();
+    void nothingRunsIntoTheOutputOfAPipeline();
     void resultsGoToStandardOutputOnly();
     void terminalHasItsModeBack_data();
     void terminalHasItsModeBack();
@@ -1079,6 +1080,20 @@ void TestKovaPlay::dumbTerminalGetsPlainOutput()
 {
     TerminalProgram program({"--fake", "--loop", "a", "b"});
     program.set("TERM", "dumb");
+    program.begin();
+    QVERIFY(waitFor([&] { return program.givesSingleKeys(); }));
+    program.type("s");
+    QVERIFY(program.waitForText("stopped a\r\n"));
+    program.type("q");
+    QCOMPARE(program.finish(), 0);
+    QCOMPARE(program.screen(), QByteArray("stopped a\r\nstopped b\r\n"));
+}
+
+void TestKovaPlay::nothingRunsIntoTheOutputOfAPipeline()
+{
+    TerminalProgram program({});
+    program.setProgram("bash");
+    program.setArguments({"--norc", "-c", "\"$0\" --fake --loop a b | cat", kovaPlay()});
     program.begin();
     QVERIFY(waitFor([&] { return program.givesSingleKeys(); }));
     program.type("s");

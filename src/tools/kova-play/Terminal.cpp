@@ -7,6 +7,7 @@
 #include <cstdlib>
 
 #include <sys/ioctl.h>
+#include <sys/stat.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -87,11 +88,19 @@ bool isCapable()
     return !type.isEmpty() && type != "dumb";
 }
 
+/// Whether another program reads the results. It may write on this terminal, at any moment.
+bool resultsGoToAProgram()
+{
+    struct stat status = {};
+    return fstat(STDOUT_FILENO, &status) == 0 &&
+           (S_ISFIFO(status.st_mode) || S_ISSOCK(status.st_mode));
+}
+
 } // namespace
 
 Terminal::Terminal()
     : present(isatty(STDIN_FILENO) == 1 && isatty(STDERR_FILENO) == 1),
-      overwrites(present && isCapable())
+      overwrites(present && isCapable() && !resultsGoToAProgram())
 {
     if (!present) {
         return;
