@@ -17,10 +17,20 @@ function(kova_install_library target name folder)
 endfunction()
 
 # kova_install_pkg_config(NAME): NAME.pc is made of NAME.pc.in in the current folder. Its paths count
-# from its own folder, so that it stays true when the prefix is moved.
+# from its own folder, so that it stays true when the prefix is moved, unless the folders were chosen
+# by absolute paths.
 function(kova_install_pkg_config name)
-    file(RELATIVE_PATH prefix_from_here /${pkg_config_folder} /)
-    cmake_path(GET prefix_from_here PARENT_PATH prefix_from_here) # no slash at the end
+    if(IS_ABSOLUTE ${CMAKE_INSTALL_LIBDIR} OR IS_ABSOLUTE ${CMAKE_INSTALL_INCLUDEDIR})
+        set(prefix ${CMAKE_INSTALL_PREFIX})
+        set(libdir ${CMAKE_INSTALL_FULL_LIBDIR})
+        set(includedir ${CMAKE_INSTALL_FULL_INCLUDEDIR})
+    else()
+        file(RELATIVE_PATH prefix_from_here /${pkg_config_folder} /)
+        cmake_path(GET prefix_from_here PARENT_PATH prefix_from_here) # no slash at the end
+        set(prefix "\${pcfiledir}/${prefix_from_here}")
+        set(libdir "\${prefix}/${CMAKE_INSTALL_LIBDIR}")
+        set(includedir "\${prefix}/${CMAKE_INSTALL_INCLUDEDIR}")
+    endif()
     configure_file(${name}.pc.in ${name}.pc @ONLY)
     install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${name}.pc
         DESTINATION ${pkg_config_folder} COMPONENT development)

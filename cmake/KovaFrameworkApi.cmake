@@ -1,9 +1,17 @@
 # The framework's own core API, as the targets kova_api and Kova::Api. A library that was built with it
 # brings this file instead of a core API.
-find_library(KOVA_API_LIBRARY NAMES kova_api REQUIRED)
-find_path(KOVA_API_INCLUDE_DIR core/kova.h PATH_SUFFIXES kova REQUIRED)
+find_library(KOVA_API_LIBRARY NAMES kova_api)
+find_path(KOVA_API_INCLUDE_DIR core/kova.h PATH_SUFFIXES kova)
 mark_as_advanced(KOVA_API_LIBRARY KOVA_API_INCLUDE_DIR)
-if(NOT TARGET kova_api)
+if(NOT KOVA_API_LIBRARY OR NOT KOVA_API_INCLUDE_DIR)
+    set(missing "The framework's core API is missing: libkova_api.so or core/kova.h")
+    if(NOT CMAKE_FIND_PACKAGE_NAME)
+        message(FATAL_ERROR ${missing})
+    endif()
+    # Whoever looks for the package decides what follows.
+    set(${CMAKE_FIND_PACKAGE_NAME}_FOUND FALSE)
+    set(${CMAKE_FIND_PACKAGE_NAME}_NOT_FOUND_MESSAGE ${missing})
+elseif(NOT TARGET kova_api)
     add_library(kova_api SHARED IMPORTED GLOBAL)
     set_target_properties(kova_api PROPERTIES
         IMPORTED_LOCATION ${KOVA_API_LIBRARY}

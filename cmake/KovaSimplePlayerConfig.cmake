@@ -3,4 +3,6 @@
 include(CMakeFindDependencyMacro)
 find_dependency(Qt5 5.15 COMPONENTS Core)
 include(${CMAKE_CURRENT_LIST_DIR}/KovaFrameworkApi.cmake OPTIONAL)
-include(${CMAKE_CURRENT_LIST_DIR}/KovaSimplePlayerTargets.cmake)
+if(NOT DEFINED KovaSimplePlayer_FOUND OR KovaSimplePlayer_FOUND)
+    include(${CMAKE_CURRENT_LIST_DIR}/KovaSimplePlayerTargets.cmake)
+endif()

@@ -36,7 +36,7 @@ public:
     ///                as long as it lives. Empty data is logged now and fails when it is played.
     /// @param token   the identifier that the signals and the log carry
     /// @param device  the ALSA device to play on, "default" for instance; there is no default for
-    ///                an empty name
+    ///                an empty name. It is cut off at a null character
     /// @param parent  the owner in the sense of QObject, or null
     DataSimplePlayer(const QByteArray& data, const QString& token, const QString& device,
                      QObject* parent = nullptr);

@@ -40,7 +40,7 @@ public:
     ///                  than one format, or that is wrong, ends in playbackErrorReported().
     /// @param token     the identifier that the signals and the log carry
     /// @param device    the ALSA device to play on, "default" for instance; there is no default for
-    ///                  an empty name
+    ///                  an empty name. It is cut off at a null character, as are the caps
     /// @param parent    the owner in the sense of QObject, or null
     StreamSimplePlayer(const QString& pipeName, const QString& caps, const QString& token,
                        const QString& device, QObject* parent = nullptr);
