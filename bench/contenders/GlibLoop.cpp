@@ -1,0 +1,20 @@
+// The event loop of the contenders that live in GLib's main loop alone.
+#include "Contender.h"
+
+#include <glib.h>
+
+static GMainLoop* mainLoop()
+{
+    static GMainLoop* const only = g_main_loop_new(nullptr, FALSE);
+    return only;
+}
+
+void contender::runLoop()
+{
+    g_main_loop_run(mainLoop());
+}
+
+void contender::quitLoop()
+{
+    g_main_loop_quit(mainLoop());
+}

@@ -1,0 +1,68 @@
+// libcanberra, which plays the sounds of desktops: WAV and Ogg.
+#include "Contender.h"
+#include "PlainLoop.h"
+
+#include <canberra.h>
+
+#include <cstdio>
+#include <cstdlib>
+
+static void failUnlessDone(int result)
+{
+    if (result != CA_SUCCESS) {
+        std::fprintf(stderr, "libcanberra: %s\n", ca_strerror(result));
+        std::exit(1);
+    }
+}
+
+namespace {
+
+class CanberraPlayback : public Playback
+{
+public:
+    CanberraPlayback(std::string itemPath, const std::string& device, Outcome outcomeReceiver)
+        : item(std::move(itemPath)), outcome(std::move(outcomeReceiver))
+    {
+        failUnlessDone(ca_context_create(&context));
+        failUnlessDone(ca_context_set_driver(context, "alsa"));
+        failUnlessDone(ca_context_change_device(context, device.c_str()));
+        failUnlessDone(ca_context_open(context));
+    }
+
+    ~CanberraPlayback() override { ca_context_destroy(context); }
+
+    void start() override
+    {
+        ca_proplist* properties = nullptr;
+        ca_proplist_create(&properties);
+        ca_proplist_sets(properties, CA_PROP_MEDIA_FILENAME, item.c_str());
+        failUnlessDone(ca_context_play_full(context, 0, properties, take, this));
+        ca_proplist_destroy(properties);
+    }
+
+private:
+    /// On the thread that plays.
+    static void take(ca_context* /*context*/, uint32_t /*id*/, int result, void* self)
+    {
+        auto* const me = static_cast<CanberraPlayback*>(self);
+        const bool ended = result == CA_SUCCESS;
+        me->loop.post([me, ended] { me->outcome(ended); });
+    }
+
+    const std::string item;
+    const Outcome outcome;
+    const LoopPost loop;
+    ca_context* context = nullptr;
+};
+
+} // namespace
+
+void contender::begin(int& /*argc*/, char** /*argv*/)
+{
+}
+
+std::unique_ptr<Playback> contender::prepare(const std::string& item, const std::string& device,
+                                             bool /*loop*/, Outcome outcome)
+{
+    return std::make_unique<CanberraPlayback>(item, device, std::move(outcome));
+}
