@@ -1,56 +1,96 @@
 """The figures. Contenders take turns, so that what the machine does besides meets all of them."""
+import math
 import time
 
 from measure.stage import Card, Failure
 from measure.tables import Table
 
 MILLISECOND = 1e6  # nanoseconds
-PLAYS = 10
-SHORT = 0.5  # seconds
 
 # The formats that do not add silence, of which every decoder would leave another part.
 EXACT_LENGTH = ("wav", "ogg")
 
+FIRST_SOUND = "start to first sound"
+PLAYS = {"wav": 10, "ogg": 1, "mp3": 1}  # players in each process
+
 
 def starts(stage, report):
     """How long until sound is heard, and until its end is known."""
-    for kind, item in stage.items.formats(SHORT).items():
-        first = Table(f"first-{kind}", f"{kind}: start to first frame, first player", "ms")
-        tenth = Table(f"tenth-{kind}", f"{kind}: start to first frame, tenth player", "ms")
-        process = Table(f"process-{kind}", f"{kind}: start of the process to first frame", "ms")
-        outcome = Table(f"outcome-{kind}", f"{kind}: last frame played to outcome", "ms")
-        card = Card(stage)
+    for kind, item in stage.items.formats(0.2).items():
+        first = Table(f"first-{kind}", f"{FIRST_SOUND}, first player", "ms", "bare-qt")
+        tenth = Table(f"tenth-{kind}", f"{FIRST_SOUND}, tenth player", "ms", "bare-qt")
+        process = Table(f"process-{kind}", "start of the process to first sound", "ms", "bare-qt")
+        outcome = Table(f"outcome-{kind}", "last sound to outcome", "ms", None)
+        tables = (first, tenth, process, outcome)
+        card = Card(stage, record=True)
         for _ in range(stage.rounds):
-            for name in stage.contenders:
-                run = stage.run(name, card, "sequence", item, PLAYS)
-                frames = card.times("first-frame")
-                heard = [next(time for time in frames if time >= p.start) for p in run.plays]
-                first.add(name, (heard[0] - run.plays[0].start) / MILLISECOND)
-                tenth.add(name, (heard[-1] - run.plays[-1].start) / MILLISECOND)
-                process.add(name, (heard[0] - run.begun) / MILLISECOND)
+            for name in stage.able(kind):
+                run = stage.run(name, card, "sequence", item, PLAYS[kind])
+                sounds = card.sounds()
+                heard = [sound_of(play, sounds) for play in run.plays]
+                gaps = [s.begin - p.start for p, s in zip(run.plays, heard)]
+                first.add(name, gaps[0] / MILLISECOND)
+                process.add(name, (heard[0].begin - run.begun) / MILLISECOND)
+                if len(gaps) == 10:
+                    tenth.add(name, gaps[-1] / MILLISECOND)
                 if kind in EXACT_LENGTH:
-                    for play, frame in zip(run.plays, heard):
-                        last = frame + SHORT * 1000 * MILLISECOND
-                        outcome.add(name, (play.outcome - last) / MILLISECOND)
-        for table in (first, tenth, process, outcome):
-            report.show(table)
+                    for play, sound in zip(run.plays, heard):
+                        outcome.add(name, (play.outcome - sound.end) / MILLISECOND)
+        first.unable = stage.unable(kind)
+        report.show(f"Start and end, {kind.upper()}", *tables, picture=first)
+
+
+def sound_of(play, heard):
+    return next(sound for sound in heard if sound.begin >= play.start)
+
+
+def loop(stage, report):
+    """From the last frame of a pass to the first of the next, and what of a pass is not heard."""
+    item = stage.items.wav(0.5)
+    for kind, options in (("can pause", ()), ("cannot pause", ("--no-pause",))):
+        word = kind.replace(" ", "-")
+        turn = Table(f"loop-{word}", "last sound of a pass to first of the next", "ms")
+        lost = Table(f"loop-lost-{word}", "left out of a pass", "ms")
+        card = Card(stage, ("default",), 1, *options, record=True)
+        for _ in range(stage.rounds):
+            for name in ("bare-glib", "bare-qt", "kova"):
+                heard = passes(stage, name, card, item)
+                for before, after in zip(heard, heard[1:]):
+                    turn.add(name, (after.begin - before.end) / MILLISECOND)
+                    lost.add(name, (heard[0].seconds - after.seconds) * 1000)
+        report.show(f"Turn of a loop on a card that {kind}", turn, lost)
+
+
+def passes(stage, name, card, item, count=5):
+    """The first passes of a loop, as they were heard."""
+    process, _ = stage.launch(name, card, "loop", item, 1)
+    wait_until(lambda: len(card.times("first-frame") + card.times("resume")) > count, process)
+    process.kill()
+    process.communicate()
+    return card.sounds()[:count]
+
+
+def wait_until(condition, process):
+    while not condition():
+        if process.poll() is not None:
+            raise Failure(f"{process.args} has ended: {process.stderr.read()}")
+        time.sleep(0.002)
 
 
 def instructions(stage, report):
     """What a process executes for one second of sound, and for each further player."""
     unit = "million instructions"
-    whole = Table("instructions", "whole process, 1 s WAV", unit, "bare-qt")
-    loading = Table("instructions-loading", "of these, in the dynamic linker", unit, "bare-qt")
-    further = Table("instructions-further", "each further player, 1 s WAV", unit, "bare-qt")
-    for _ in range(min(3, stage.rounds)):
+    whole = Table("instructions", "whole process", unit, "bare-qt")
+    loading = Table("instructions-loading", "of these in the dynamic linker", unit, "bare-qt")
+    further = Table("instructions-further", "each further player", unit, "bare-qt")
+    for _ in range(stage.few):
         for name, trace in with_trace(stage.contenders):
             one, each = count_instructions(stage, name, trace)
             label = name + "+trace" if trace else name
             whole.add(label, one.all / 1e6)
             loading.add(label, one.loading / 1e6)
             further.add(label, each / 1e6)
-    for table in (whole, loading, further):
-        report.show(table)
+    report.show("Instructions for one second of WAV", whole, loading, further, picture=whole)
 
 
 def with_trace(names):
@@ -71,16 +111,29 @@ def count_instructions(stage, name, trace=False, more=5):
 
 def cpu(stage, report):
     """Processor time for each second of sound, beyond that of the start."""
+    tables = []
+    unable = {}
     for kind, item in stage.items.formats(6).items():
-        table = Table(f"cpu-{kind}", f"{kind}: processor time per second of sound", "ms")
-        brief = stage.items.formats(1)[kind]
-        card = Card(stage)
+        table = Table(f"cpu-{kind}", kind.upper(), "ms", "bare-qt")
+        names = stage.able(kind)
         for _ in range(stage.rounds):
-            for name in stage.contenders:
-                base = stage.run(name, card, "sequence", brief, 1)
-                whole = stage.run(name, card, "sequence", item, 1)
-                table.add(name, (whole.cpu - base.cpu) / 5 * 1000)
-        report.show(table)
+            base, whole = (at_once(stage, names, it) for it in (stage.items.formats(1)[kind], item))
+            for name in names:
+                table.add(name, (whole[name].cpu - base[name].cpu) / 5 * 1000)
+        tables.append(table)
+        unable |= stage.unable(kind)
+    tables[0].unable = unable
+    report.show("Processor time for a second of sound", *tables, picture=tables[0])
+
+
+def at_once(stage, names, item):
+    """All of them play at the same time, each on a card of its own: none is favoured, and it takes
+    no longer than one of them."""
+    started = {
+        name: stage.launch(name, Card(stage, folder=f"cards-{name}"), "sequence", item, 1)
+        for name in names
+    }
+    return {name: stage.finish(*process) for name, process in started.items()}
 
 
 HELD = {"heap": "KiB", "resident": "KiB", "threads": "threads", "descriptors": "descriptors"}
@@ -89,22 +142,17 @@ HELD = {"heap": "KiB", "resident": "KiB", "threads": "threads", "descriptors": "
 def held(stage, report):
     """What each further player holds, idle and while it plays."""
     for mode, few, many in (("idle", 1, 101), ("playing", 1, 9)):
+        need = "card" if mode == "playing" else None
         tables = {
-            what: Table(f"{mode}-{what}", f"each further {mode} player: {what}", unit)
-            for what, unit in HELD.items()
+            what: Table(f"{mode}-{what}", what, unit, "bare-qt") for what, unit in HELD.items()
         }
-        for _ in range(min(3, stage.rounds)):
-            for name in chooses_card(stage.contenders):
+        for _ in range(stage.few):
+            for name in stage.able(need):
                 usage = further_player(stage, name, mode, few, many)
                 for what, table in tables.items():
                     table.add(name, usage[what] / (1024 if table.unit == "KiB" else 1))
-        for table in tables.values():
-            report.show(table)
-
-
-def chooses_card(names):
-    """Qt Multimedia plays on the default device only, and so cannot be told apart there."""
-    return [name for name in names if name != "qmediaplayer"]
+        tables["heap"].unable = stage.unable(need)
+        report.show(f"Each further player, {mode}", *tables.values(), picture=tables["resident"])
 
 
 def further_player(stage, name, mode, few, many):
@@ -130,39 +178,56 @@ def cards(count):
     return tuple(f"card{number + 1}" for number in range(count))
 
 
-def wait_until(condition, process):
-    while not condition():
-        if process.poll() is not None:
-            raise Failure(f"{process.args} has ended: {process.stderr.read()}")
-        time.sleep(0.002)
+TOGETHER = (1, 2, 4, 8, 16, 32, 64)
 
 
 def together(stage, report):
     """1, 2, 4 ... 64 players at once: processor time, memory, start."""
     graphs = {
-        "together-cpu": ("processor time for each player's second of sound", "ms"),
+        "together-cpu": ("processor time of the process", "ms"),
         "together-memory": ("peak of the process", "MiB"),
         "together-start": ("start to first frame", "ms"),
     }
     curves = {graph: {} for graph in graphs}
     item = stage.items.wav(1)
-    for count in (1, 2, 4, 8, 16, 32, 64):
-        tables = {g: Table(f"{g}-{count}", f"{count} at once: {t}", u) for g, (t, u) in graphs.items()}
+    for count in TOGETHER:
+        tables = {g: Table(f"{g}-{count}", title, unit) for g, (title, unit) in graphs.items()}
+        tables["together-cpu"].unable = stage.unable("card")
         card = Card(stage, cards(count))
-        for _ in range(min(3, stage.rounds)):
-            for name in chooses_card(stage.contenders):
+        for _ in range(stage.few):
+            for name in stage.able("card"):
                 run = stage.run(name, card, "together", item, count)
-                tables["together-cpu"].add(name, run.cpu / count * 1000)
+                tables["together-cpu"].add(name, run.cpu * 1000)
                 tables["together-memory"].add(name, run.usage.ru_maxrss / 1024)
                 for play, one in zip(run.plays, card.names):
                     heard = card.times("first-frame", one)[0]
                     tables["together-start"].add(name, (heard - play.start) / MILLISECOND)
+        report.show(f"{count} at once, one second of WAV each", *tables.values())
         for graph, table in tables.items():
-            report.show(table)
-            for name, values in table.values.items():
-                curves[graph].setdefault(name, {})[count] = values
+            for name in table.values:
+                curves[graph].setdefault(name, {})[count] = table.median(name)
     for graph, (title, unit) in graphs.items():
         report.draw_lines(graph, title, "players at once", unit, curves[graph])
+    show_exponents(report, graphs, curves)
+
+
+def show_exponents(report, graphs, curves):
+    """How each curve grows: 1 is in proportion to the number of players, 0 is not at all."""
+    tables = []
+    for graph, (title, _) in graphs.items():
+        table = Table(f"{graph}-exponent", title, "exponent", None)
+        for name, points in curves[graph].items():
+            table.add(name, exponent(points))
+        tables.append(table)
+    report.show("Growth with the number of players", *tables)
+
+
+def exponent(points):
+    """The slope of the straight line that comes closest to the points, both ways logarithmic."""
+    xs, ys = ([math.log(value) for value in values] for values in (points, points.values()))
+    middle_x, middle_y = sum(xs) / len(xs), sum(ys) / len(ys)
+    across = sum((x - middle_x) * (y - middle_y) for x, y in zip(xs, ys))
+    return across / sum((x - middle_x) ** 2 for x in xs)
 
 
 MEBIBYTE = 1 << 20
@@ -172,13 +237,18 @@ SMALL_ARRAY = 32  # MiB, large enough for as many chunks at once as a large one
 def data(stage, report):
     """What a player of bytes in memory copies, and holds beside them."""
     card = Card(stage, ("default",), 1000, "--starve", "wait")
+    copies = Table("data-copies", "times copied", "copies", None)
+    chunks = Table("data-chunks", "handed on in", "chunks", None)
     for who in ("unshared", "shared"):
         for size in (1, 4, 16):
             counted, _ = stage.probe(card, "data", "default", size * MEBIBYTE, who)
-            (copies,), (chunks,) = counted["copies"], counted["chunks"]
-            print(f"{who} array of {size} MiB: copied {copies} times, in {chunks} chunks")
-    print(f"beside an array of 256 MiB: {beside_large_array(stage) / MEBIBYTE:.2f} MiB more "
-          f"than beside one of {SMALL_ARRAY} MiB\n", flush=True)
+            copies.add(f"{size} MiB, {who}", counted["copies"][0])
+            chunks.add(f"{size} MiB, {who}", counted["chunks"][0])
+    report.show("An array of a data player", copies, chunks)
+    report.say(
+        f"Beside an array of 256 MiB a process holds {beside_large_array(stage) / MEBIBYTE:.2f} MiB "
+        f"more than beside one of {SMALL_ARRAY} MiB."
+    )
 
 
 def beside_large_array(stage, size=256):
@@ -193,53 +263,55 @@ def beside_large_array(stage, size=256):
     return min(peaks[size]) - min(peaks[SMALL_ARRAY])
 
 
+STREAMS = ("fdsrc-stream", "kova-stream")
+
+
 def stream(stage, report):
-    """Sound from a named pipe, beside GStreamer's own reader."""
-    names = ("fdsrc-stream", "kova-stream")
-    floor = names[0]
-    spent = Table("stream-cpu", "processor time for each MiB from a pipe", "ms", floor)
-    waits = Table("stream-waits", "times that a thread waits, for each MiB", "waits", floor)
-    work = Table("stream-work", "each block of 4096 bytes", "thousand instructions", floor)
+    """Sound from a named pipe, beside GStreamer's own reader in the same pipeline."""
+    stream_in_time(stage, report)
+    stream_rate(stage, report)
+
+
+def stream_in_time(stage, report):
+    floor = STREAMS[0]
+    spent = Table("stream-cpu", "processor time for a MiB", "ms", floor)
+    waits = Table("stream-waits", "waits of threads for a MiB", "waits", floor)
+    work = Table("stream-work", "a block of 4096 bytes", "thousand instructions", floor)
     small, large = stage.items.wav(1), stage.items.wav(11)
     size = large.stat().st_size - small.stat().st_size
-    # In real time: a card that is faster than its client looks at each of the client's threads,
-    # which would be measured too.
     card = Card(stage)
-    for _ in range(stage.rounds):
-        for name in names:
+    for _ in range(stage.few):
+        for name in STREAMS:
             brief, whole = (stage.run_stream(name, card, item) for item in (small, large))
             spent.add(name, (whole.cpu - brief.cpu) * 1000 / (size / MEBIBYTE))
             waits.add(name, (whole.usage.ru_nvcsw - brief.usage.ru_nvcsw) / (size / MEBIBYTE))
-    for _ in range(min(3, stage.rounds)):
-        for name in names:
             brief, whole = (stage.stream_instructions(name, item).all for item in (small, large))
             work.add(name, (whole - brief) / (size / 4096) / 1000)
-    for table in (spent, waits, work):
-        report.show(table)
+    report.show("A pipe, in real time", spent, waits, work, picture=work)
 
 
-def loop(stage, report):
-    """From the last frame of a pass to the first of the next."""
-    item = stage.items.wav(SHORT)
-    for kind, options in (("pausing", ()), ("plain", ("--no-pause",))):
-        table = Table(f"loop-{kind}", f"turn of a loop, a {kind} card", "ms")
-        card = Card(stage, ("default",), 1, *options)
+def stream_rate(stage, report):
+    """On a card that plays faster than anybody can write. What it does not get in time are underruns:
+    it must not wait for its client, as it would look at each of the client's threads meanwhile."""
+    floor = STREAMS[0]
+    item = stage.items.wav(60)
+    size = item.stat().st_size / MEBIBYTE
+    for speed in (20, 400):
+        rate = Table(f"stream-rate-{speed}", "from the pipe to the card", "MiB a second", floor)
+        waits = Table(f"stream-rate-waits-{speed}", "waits of threads for a MiB", "waits", floor)
+        spent = Table(f"stream-rate-cpu-{speed}", "processor time for a MiB", "ms", floor)
+        xruns = Table(f"stream-xruns-{speed}", "underruns of the card", "in all", floor)
+        card = Card(stage, ("default",), speed)
         for _ in range(stage.rounds):
-            for name in ("bare-glib", "bare-qt", "kova"):
-                for gap in turns(stage, name, card, item):
-                    table.add(name, gap)
-        report.show(table)
-
-
-def turns(stage, name, card, item, passes=5):
-    """How much later than its length each pass of an item is followed by the next."""
-    process, _ = stage.launch(name, card, "loop", item, 1)
-    began = lambda: sorted(card.times("first-frame") + card.times("resume"))  # noqa: E731
-    wait_until(lambda: len(began()) > passes, process)
-    process.kill()
-    process.communicate()
-    times = began()[: passes + 1]
-    return [(b - a) / MILLISECOND - SHORT * 1000 for a, b in zip(times, times[1:])]
+            for name in STREAMS:
+                run = stage.run_stream(name, card, item)
+                (closed,) = card.times("close")
+                seconds = (closed - card.times("first-frame")[0]) / 1e9
+                rate.add(name, size / seconds)
+                waits.add(name, run.usage.ru_nvcsw / size)
+                spent.add(name, run.cpu * 1000 / size)
+                xruns.add(name, len(card.times("xrun")))
+        report.show(f"A pipe, {speed} times faster than real time", rate, waits, spent, xruns)
 
 
 ALL = {

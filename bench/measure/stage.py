@@ -7,10 +7,31 @@ import subprocess
 import time
 from dataclasses import dataclass, field
 
+from measure import sounds
 from measure.items import Items
 
 # In the order of the tables. All of them are found in one folder of the build.
-CONTENDERS = ("bare-glib", "bare-qt", "kova", "qmediaplayer")
+CONTENDERS = (
+    "bare-glib",
+    "bare-qt",
+    "kova",
+    "qmediaplayer",
+    "gstplay",
+    "mpv",
+    "vlc",
+    "sdl-mixer",
+    "canberra",
+)
+
+# What the others are compared with.
+FLOORS = ("bare-glib", "bare-qt")
+
+# What some of them cannot do, by what a figure needs.
+ONE_CARD = "plays on the default device only"
+CANNOT = {
+    "card": {"qmediaplayer": ONE_CARD, "sdl-mixer": ONE_CARD},
+    "mp3": {"canberra": "plays no MP3"},
+}
 
 
 class Failure(Exception):
@@ -55,10 +76,12 @@ class Run:
 class Card:
     """Virtual sound cards, each of which writes down when what is done with it."""
 
-    def __init__(self, stage, names=("default",), speed=1, *options):
-        self.folder = stage.results / "cards"
+    def __init__(self, stage, names=("default",), speed=1, *options, folder="cards", record=False):
+        self.folder = stage.results / folder
         self.folder.mkdir(exist_ok=True)
         self.names = names
+        if record:
+            options += ("--record", "RECORD")
         text = stage.card_configuration(
             "--name", "NAME", "--plugin", stage.plugin, "--speed", str(speed), "--events", "EVENTS",
             *options,
@@ -69,28 +92,40 @@ class Card:
         self.configuration.write_text(common + "".join(self.named(mine, name) for name in names))
 
     def named(self, text, name):
-        text = re.sub('"[^"]*EVENTS"', lambda _: f'"{self.path(name)}"', text)
+        for word, suffix in (("EVENTS", "events"), ("RECORD", "wav")):
+            text = re.sub(f'"[^"]*{word}"', lambda _: f'"{self.path(name, suffix)}"', text)
         return text.replace("pcm.NAME", f"pcm.{'!' if name == 'default' else ''}{name}")
 
-    def path(self, name):
-        return self.folder / f"{name}.events"
+    def path(self, name, suffix="events"):
+        return self.folder / f"{name}.{suffix}"
 
     def clear(self):
         for name in self.names:
             self.path(name).unlink(missing_ok=True)
+            for record in self.folder.glob(f"{name}*.wav"):
+                record.unlink()
+
+    def events(self, name="default"):
+        """What happened: (nanoseconds, event, details) each."""
+        if not self.path(name).exists():
+            return []
+        lines = self.path(name).read_text().splitlines()
+        return [(int(time), *rest) for time, *rest in (line.split() for line in lines)]
 
     def times(self, event, name="default"):
         """When it happened, each time."""
-        if not self.path(name).exists():
-            return []
-        words = [line.split() for line in self.path(name).read_text().splitlines()]
-        return [int(word[0]) for word in words if word[1] == event]
+        return [time for time, what, *_ in self.events(name) if what == event]
+
+    def sounds(self, name="default"):
+        """What was heard of a card in real time that records."""
+        return sounds.sounds(self.events(name), self.path(name, "wav"))
 
 
 class Stage:
     def __init__(self, tree, rounds, only=None):
         self.tree = tree
         self.rounds = rounds
+        self.few = max(1, rounds // 4)  # of what varies little
         self.build = tree / "build/bench"
         self.plugin = self.build / "lib/libasound_module_pcm_virtualcard.so"
         self.results = self.build / "results"
@@ -101,8 +136,16 @@ class Stage:
                 print(f"left out, as its development package is missing: {name}")
         self.contenders = [name for name in CONTENDERS if self.program(name).exists()]
         if only:
-            self.contenders = [n for n in self.contenders if n in (*only, "bare-glib", "bare-qt")]
+            self.contenders = [n for n in self.contenders if n in (*only, *FLOORS)]
         self.warm_up()
+
+    def able(self, need):
+        """The contenders that can do what a figure needs."""
+        return [name for name in self.contenders if name not in CANNOT.get(need, {})]
+
+    def unable(self, need):
+        """Those that cannot, and why."""
+        return {name: why for name, why in CANNOT.get(need, {}).items() if name in self.contenders}
 
     def program(self, name):
         return self.build / "contenders" / name

@@ -1,4 +1,4 @@
-"""What was measured: tables of medians on the screen, raw values and plots in files."""
+"""What was measured: tables of medians on the screen and in Markdown, raw values and plots in files."""
 import statistics
 import subprocess
 
@@ -18,7 +18,8 @@ def number(value):
 
 
 class Table:
-    """One figure: the values of each contender. Ratios are told against one of them, the floor."""
+    """One figure: the values of each contender. Ratios are told against one of them, the floor. Who
+    cannot do what is measured has no row, and is told below with the reason."""
 
     def __init__(self, name, title, unit, floor="bare-glib"):
         self.name = name
@@ -26,6 +27,7 @@ class Table:
         self.unit = unit
         self.floor = floor
         self.values = {}
+        self.unable = {}
 
     def add(self, contender, value):
         self.values.setdefault(contender, []).append(value)
@@ -38,32 +40,76 @@ class Table:
         base = self.median(self.floor) if self.floor in self.values else 0
         return self.median(contender) / base if base else None
 
-    def text(self):
+    def text(self, title):
         row = "{:<16}{:>14}{:>26}{:>16}".format
-        lines = [f"{self.title}, {self.unit}", row("", "median", "quartiles", f"x {self.floor}")]
+        against = f"x {self.floor}" if self.floor else ""
+        lines = [f"{title}: {self.title}, {self.unit}", row("", "median", "quartiles", against)]
         for contender, values in self.values.items():
             low, middle, high = (number(value) for value in quartiles(values))
             ratio = self.ratio(contender)
             ratio = "" if ratio is None else f"{ratio:.3f}"
             lines.append(row(contender, middle, f"{low} ... {high}", ratio))
+        lines += [f"{contender}: {why}" for contender, why in self.unable.items()]
         return "\n".join(lines) + "\n"
+
+    def cell(self, contender):
+        """The median, its quartiles and the ratio, for a column of a Markdown table."""
+        if contender not in self.values:
+            return "–"
+        low, middle, high = (number(value) for value in quartiles(self.values[contender]))
+        spread = f" ({low} … {high})" if low != high else ""
+        ratio = self.ratio(contender)
+        return f"{middle}{spread}" + ("" if ratio is None else f", {ratio:.2f} ×")
+
+
+def markdown(title, tables):
+    """Tables of the same contenders beside each other, as one in Markdown, where no line may hold
+    the characters that divide its columns."""
+    contenders = list(dict.fromkeys(who for table in tables for who in table.values))
+    unable = dict(pair for table in tables for pair in table.unable.items())
+    rows = [["", *(f"{table.title}, {table.unit}" for table in tables)], ["---"] * (len(tables) + 1)]
+    rows += [[f"`{who}`", *(table.cell(who) for table in tables)] for who in contenders]
+    lines = [f"### {title}", "", *("| " + " | ".join(row) + " |" for row in rows)]
+    if unable:
+        lines += ["", "Without a row: " + "; ".join(f"`{w}` {why}" for w, why in unable.items()) + "."]
+    return "\n".join(lines) + "\n"
+
+
+# Where the pictures of the page are, seen from it.
+PICTURES = "performance"
 
 
 class Report:
-    """Prints tables, and keeps values and plots in a folder."""
+    """Prints tables, keeps values and plots in a folder, and collects the whole in Markdown."""
 
     def __init__(self, folder):
         self.folder = folder
+        self.sections = []
+        self.pictures = []
 
-    def show(self, table):
-        if not table.values:
-            return
-        print(table.text(), flush=True)
-        rows = [f"{who}\t{value}\n" for who, values in table.values.items() for value in values]
-        (self.folder / f"{table.name}.tsv").write_text("".join(rows))
-        self.draw_bars(table)
+    def show(self, title, *tables, picture=None):
+        """Prints tables that belong together. One of them may be shown as a picture, too."""
+        tables = [table for table in tables if table.values]
+        for table in tables:
+            print(table.text(title), flush=True)
+            rows = [f"{who}\t{value}\n" for who, values in table.values.items() for value in values]
+            (self.folder / f"{table.name}.tsv").write_text("".join(rows))
+            self.draw_bars(title, table)
+        if tables:
+            self.sections.append(markdown(title, tables))
+        if picture in tables:
+            self.add_picture(picture.name, f"{title}: {picture.title}")
 
-    def draw_bars(self, table):
+    def add_picture(self, name, title):
+        self.pictures.append(name)
+        self.sections.append(f"![{title}]({PICTURES}/{name}.svg)\n")
+
+    def say(self, text):
+        """A figure that is one sentence."""
+        print(text + "\n", flush=True)
+        self.sections.append(text + "\n")
+
+    def draw_bars(self, title, table):
         rows = []
         for position, (who, values) in enumerate(table.values.items()):
             low, middle, high = quartiles(values)
@@ -72,7 +118,7 @@ class Report:
         self.gnuplot(
             table.name,
             f"""{data}
-set title "{table.title}"
+set title "{title}: {table.title}"
 set ylabel "{table.unit}"
 set yrange [0:*]
 set xrange [-0.6:{len(rows) - 0.4}]
@@ -103,8 +149,9 @@ set key left top
 plot {', '.join(plots)}
 """,
         )
+        self.add_picture(name, title)
 
     def gnuplot(self, name, commands):
         output = self.folder / f"{name}.svg"
-        setup = f'set terminal svg size 800,500 background "white"\nset output "{output}"\n'
+        setup = f'set terminal svg size 720,400 background "white"\nset output "{output}"\n'
         subprocess.run(["gnuplot"], input=setup + commands, text=True, check=True)
