@@ -120,12 +120,14 @@ public:
 protected:
     GstElement* makeSource(GstBin* bin) override
     {
-        // With the size of block that the library reads.
+        // The library's pipeline and size of block, with another reader.
         GstElement* source = gst_element_factory_make("fdsrc", nullptr);
         g_object_set(source, "fd", descriptor, "blocksize", 4096U, nullptr);
+        GstElement* identity = gst_element_factory_make("identity", nullptr);
+        g_object_set(identity, "silent", FALSE, nullptr);
         GstElement* decodebin = gst_element_factory_make("decodebin", nullptr);
-        gst_bin_add_many(bin, source, decodebin, nullptr);
-        gst_element_link(source, decodebin);
+        gst_bin_add_many(bin, source, identity, decodebin, nullptr);
+        gst_element_link_many(source, identity, decodebin, nullptr);
         return decodebin;
     }
 

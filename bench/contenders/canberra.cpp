@@ -15,18 +15,25 @@ static void failUnlessDone(int result)
     }
 }
 
+static ca_context* makeContext(const char* device)
+{
+    ca_context* context = nullptr;
+    failUnlessDone(ca_context_create(&context));
+    failUnlessDone(ca_context_set_driver(context, "alsa"));
+    failUnlessDone(ca_context_change_device(context, device));
+    failUnlessDone(ca_context_open(context));
+    return context;
+}
+
 namespace {
 
 class CanberraPlayback : public Playback
 {
 public:
     CanberraPlayback(std::string itemPath, const std::string& device, Outcome outcomeReceiver)
-        : item(std::move(itemPath)), outcome(std::move(outcomeReceiver))
+        : item(std::move(itemPath)), outcome(std::move(outcomeReceiver)),
+          context(makeContext(device.c_str()))
     {
-        failUnlessDone(ca_context_create(&context));
-        failUnlessDone(ca_context_set_driver(context, "alsa"));
-        failUnlessDone(ca_context_change_device(context, device.c_str()));
-        failUnlessDone(ca_context_open(context));
     }
 
     ~CanberraPlayback() override { ca_context_destroy(context); }
@@ -52,13 +59,16 @@ private:
     const std::string item;
     const Outcome outcome;
     const LoopPost loop;
-    ca_context* context = nullptr;
+    ca_context* const context;
 };
 
 } // namespace
 
 void contender::begin(int& /*argc*/, char** /*argv*/)
 {
+    // Never destroyed. The last context unloads the code that a thread which has just played may
+    // still have to return through.
+    makeContext("default");
 }
 
 std::unique_ptr<Playback> contender::prepare(const std::string& item, const std::string& device,

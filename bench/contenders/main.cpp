@@ -9,6 +9,7 @@
 //     loop       one player that plays the item again and again, until the process is killed
 
 #include "Contender.h"
+#include "PeakMemory.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -186,5 +187,6 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "there is no mode %s\n", argv[1]);
         return 2;
     }
+    printPeakMemory();
     return 0;
 }

@@ -4,6 +4,7 @@
 //         plays a WAV file of so many bytes in memory
 //         copies N: the arrays beside the client's own that the chunks came from
 //         chunks N: how many chunks there were
+//         peak N: how many bytes the process held at most
 //     probe objects DEVICE ITEM kova|bare
 //         objects MADE LEFT: made by each of several further playbacks, and left by all of them
 
@@ -11,6 +12,7 @@
 #include "KovaLog.h"
 #include "KovaPlayback.h"
 #include "ObjectTracer.h"
+#include "PeakMemory.h"
 
 #include <simplePlayer/DataSimplePlayer.h>
 #include <simplePlayer/UriSimplePlayer.h>
@@ -107,6 +109,7 @@ static void probeData(const QString& device, int bytes, bool shared)
     playToItsEnd(playback);
     arrays.erase(clients);
     std::printf("copies %zu\nchunks %ld\n", arrays.size(), chunks);
+    printPeakMemory();
 }
 
 // ---- Objects ----------------------------------------------------------------------------------

@@ -21,7 +21,8 @@ public:
         libvlc_media_t* media = libvlc_media_new_path(vlc, item.c_str());
         player = libvlc_media_player_new_from_media(media);
         libvlc_media_release(media);
-        libvlc_audio_output_device_set(player, "alsa", device.c_str());
+        // Of the output that the player has made by now. It ignores what is said for a module.
+        libvlc_audio_output_device_set(player, nullptr, device.c_str());
         libvlc_event_manager_t* events = libvlc_media_player_event_manager(player);
         libvlc_event_attach(events, libvlc_MediaPlayerEndReached, take, this);
         libvlc_event_attach(events, libvlc_MediaPlayerEncounteredError, take, this);

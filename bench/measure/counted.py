@@ -49,7 +49,7 @@ def judge_objects(stage, judgement):
     card = Card(stage, ("default",), 20)
     made = {}
     for who in ("bare", "kova"):
-        counted, _ = stage.probe(card, "objects", "default", stage.items.wav(1), who)
+        counted = stage.probe(card, "objects", "default", stage.items.wav(1), who)
         made[who], left = counted["objects"]
     judgement.equal("GStreamer objects made for a player", made["kova"], made["bare"])
     judgement.at_most("GStreamer objects left by a player", left, 0)
@@ -59,7 +59,7 @@ def judge_bytes(stage, judgement):
     card = Card(stage, ("default",), 1000, "--starve", "wait")
     for who, right in (("unshared", 0), ("shared", 1)):
         for size in (1, 16):
-            counted, _ = stage.probe(card, "data", "default", size * MEBIBYTE, who)
+            counted = stage.probe(card, "data", "default", size * MEBIBYTE, who)
             judgement.equal(f"copies of {size} MiB, array {who}", counted["copies"][0], right)
     judgement.at_most(
         "MiB beside an array of 256 MiB",

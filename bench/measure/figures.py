@@ -6,6 +6,7 @@ from measure.stage import Card, Failure
 from measure.tables import Table
 
 MILLISECOND = 1e6  # nanoseconds
+MEBIBYTE = 1 << 20
 
 # The formats that do not add silence, of which every decoder would leave another part.
 EXACT_LENGTH = ("wav", "ogg")
@@ -49,10 +50,10 @@ def loop(stage, report):
     item = stage.items.wav(0.5)
     for kind, options in (("can pause", ()), ("cannot pause", ("--no-pause",))):
         word = kind.replace(" ", "-")
-        turn = Table(f"loop-{word}", "last sound of a pass to first of the next", "ms")
-        lost = Table(f"loop-lost-{word}", "left out of a pass", "ms")
+        turn = Table(f"loop-{word}", "last sound of a pass to first of the next", "ms", "bare-qt")
+        lost = Table(f"loop-lost-{word}", "left out of a pass", "ms", None)
         card = Card(stage, ("default",), 1, *options, record=True)
-        for _ in range(stage.rounds):
+        for _ in range(stage.few):
             for name in ("bare-glib", "bare-qt", "kova"):
                 heard = passes(stage, name, card, item)
                 for before, after in zip(heard, heard[1:]):
@@ -116,7 +117,7 @@ def cpu(stage, report):
     for kind, item in stage.items.formats(6).items():
         table = Table(f"cpu-{kind}", kind.upper(), "ms", "bare-qt")
         names = stage.able(kind)
-        for _ in range(stage.rounds):
+        for _ in range(stage.some):
             base, whole = (at_once(stage, names, it) for it in (stage.items.formats(1)[kind], item))
             for name in names:
                 table.add(name, (whole[name].cpu - base[name].cpu) / 5 * 1000)
@@ -136,7 +137,7 @@ def at_once(stage, names, item):
     return {name: stage.finish(*process) for name, process in started.items()}
 
 
-HELD = {"heap": "KiB", "resident": "KiB", "threads": "threads", "descriptors": "descriptors"}
+HELD = {"heap": "KiB", "resident": "KiB", "threads": "", "descriptors": ""}
 
 
 def held(stage, report):
@@ -191,14 +192,14 @@ def together(stage, report):
     curves = {graph: {} for graph in graphs}
     item = stage.items.wav(1)
     for count in TOGETHER:
-        tables = {g: Table(f"{g}-{count}", title, unit) for g, (title, unit) in graphs.items()}
+        tables = {g: Table(f"{g}-{count}", title, unit, "bare-qt") for g, (title, unit) in graphs.items()}
         tables["together-cpu"].unable = stage.unable("card")
         card = Card(stage, cards(count))
         for _ in range(stage.few):
             for name in stage.able("card"):
                 run = stage.run(name, card, "together", item, count)
                 tables["together-cpu"].add(name, run.cpu * 1000)
-                tables["together-memory"].add(name, run.usage.ru_maxrss / 1024)
+                tables["together-memory"].add(name, run.counted["peak"][0] / MEBIBYTE)
                 for play, one in zip(run.plays, card.names):
                     heard = card.times("first-frame", one)[0]
                     tables["together-start"].add(name, (heard - play.start) / MILLISECOND)
@@ -230,18 +231,17 @@ def exponent(points):
     return across / sum((x - middle_x) ** 2 for x in xs)
 
 
-MEBIBYTE = 1 << 20
 SMALL_ARRAY = 32  # MiB, large enough for as many chunks at once as a large one
 
 
 def data(stage, report):
     """What a player of bytes in memory copies, and holds beside them."""
     card = Card(stage, ("default",), 1000, "--starve", "wait")
-    copies = Table("data-copies", "times copied", "copies", None)
-    chunks = Table("data-chunks", "handed on in", "chunks", None)
+    copies = Table("data-copies", "copied", "times", None)
+    chunks = Table("data-chunks", "handed on", "chunks", None)
     for who in ("unshared", "shared"):
         for size in (1, 4, 16):
-            counted, _ = stage.probe(card, "data", "default", size * MEBIBYTE, who)
+            counted = stage.probe(card, "data", "default", size * MEBIBYTE, who)
             copies.add(f"{size} MiB, {who}", counted["copies"][0])
             chunks.add(f"{size} MiB, {who}", counted["chunks"][0])
     report.show("An array of a data player", copies, chunks)
@@ -257,8 +257,8 @@ def beside_large_array(stage, size=256):
     peaks = {SMALL_ARRAY: [], size: []}
     for _ in range(3):
         for mebibytes, beside in peaks.items():
-            _, peak = stage.probe(card, "data", "default", mebibytes * MEBIBYTE, "unshared")
-            beside.append(peak - mebibytes * MEBIBYTE)
+            counted = stage.probe(card, "data", "default", mebibytes * MEBIBYTE, "unshared")
+            beside.append(counted["peak"][0] - mebibytes * MEBIBYTE)
     # Threads take more memory in one run than in another; what an array costs is in all of them.
     return min(peaks[size]) - min(peaks[SMALL_ARRAY])
 

@@ -29,6 +29,10 @@ class Table:
         self.values = {}
         self.unable = {}
 
+    @property
+    def heading(self):
+        return f"{self.title}, {self.unit}" if self.unit else self.title
+
     def add(self, contender, value):
         self.values.setdefault(contender, []).append(value)
 
@@ -43,7 +47,7 @@ class Table:
     def text(self, title):
         row = "{:<16}{:>14}{:>26}{:>16}".format
         against = f"x {self.floor}" if self.floor else ""
-        lines = [f"{title}: {self.title}, {self.unit}", row("", "median", "quartiles", against)]
+        lines = [f"{title}: {self.heading}", row("", "median", "quartiles", against)]
         for contender, values in self.values.items():
             low, middle, high = (number(value) for value in quartiles(values))
             ratio = self.ratio(contender)
@@ -67,7 +71,7 @@ def markdown(title, tables):
     the characters that divide its columns."""
     contenders = list(dict.fromkeys(who for table in tables for who in table.values))
     unable = dict(pair for table in tables for pair in table.unable.items())
-    rows = [["", *(f"{table.title}, {table.unit}" for table in tables)], ["---"] * (len(tables) + 1)]
+    rows = [["", *(table.heading for table in tables)], ["---"] * (len(tables) + 1)]
     rows += [[f"`{who}`", *(table.cell(who) for table in tables)] for who in contenders]
     lines = [f"### {title}", "", *("| " + " | ".join(row) + " |" for row in rows)]
     if unable:
@@ -130,10 +134,10 @@ plot $rows using 1:2:xtic(5) with boxes notitle, \\
         )
 
     def draw_lines(self, name, title, xlabel, unit, curves):
-        """Medians over a number that doubles: {contender: {number: values}}."""
+        """Curves over a number that doubles: {contender: {number: value}}."""
         blocks, plots = [], []
         for index, (who, points) in enumerate(curves.items()):
-            rows = [f"{x} {quartiles(values)[1]}" for x, values in sorted(points.items())]
+            rows = [f"{x} {y}" for x, y in sorted(points.items())]
             blocks += [f"$curve{index} << EOD", *rows, "EOD"]
             plots.append(f'$curve{index} using 1:2 with linespoints title "{who}"')
         data = "\n".join(blocks)
@@ -143,8 +147,7 @@ plot $rows using 1:2:xtic(5) with boxes notitle, \\
 set title "{title}"
 set xlabel "{xlabel}"
 set ylabel "{unit}"
-set logscale x 2
-set yrange [0:*]
+set logscale xy 2
 set key left top
 plot {', '.join(plots)}
 """,
