@@ -47,7 +47,8 @@ def sound_of(play, heard):
 
 def loop(stage, report):
     """From the last frame of a pass to the first of the next, and what of a pass is not heard."""
-    item = stage.items.wav(0.5)
+    seconds = 0.5
+    item = stage.items.wav(seconds)
     for kind, options in (("can pause", ()), ("cannot pause", ("--no-pause",))):
         word = kind.replace(" ", "-")
         turn = Table(f"loop-{word}", "last sound of a pass to first of the next", "ms", "bare-qt")
@@ -58,7 +59,7 @@ def loop(stage, report):
                 heard = passes(stage, name, card, item)
                 for before, after in zip(heard, heard[1:]):
                     turn.add(name, (after.begin - before.end) / MILLISECOND)
-                    lost.add(name, (heard[0].seconds - after.seconds) * 1000)
+                    lost.add(name, (seconds - after.seconds) * 1000)
         report.show(f"Turn of a loop on a card that {kind}", turn, lost)
 
 
