@@ -193,7 +193,10 @@ def together(stage, report):
     curves = {graph: {} for graph in graphs}
     item = stage.items.wav(1)
     for count in TOGETHER:
-        tables = {g: Table(f"{g}-{count}", title, unit, "bare-qt") for g, (title, unit) in graphs.items()}
+        tables = {
+            graph: Table(f"{graph}-{count}", title, unit, "bare-qt")
+            for graph, (title, unit) in graphs.items()
+        }
         tables["together-cpu"].unable = stage.unable("card")
         card = Card(stage, cards(count))
         for _ in range(stage.few):
