@@ -2,7 +2,7 @@
 import math
 import time
 
-from measure.stage import Card, Failure
+from measure.stage import PATIENCE, Card, Failure
 from measure.tables import Table
 
 MILLISECOND = 1e6  # nanoseconds
@@ -26,23 +26,27 @@ def starts(stage, report):
         card = Card(stage, record=True)
         for _ in range(stage.rounds):
             for name in stage.able(kind):
-                run = stage.run(name, card, "sequence", item, PLAYS[kind])
-                sounds = card.sounds()
-                heard = [sound_of(play, sounds) for play in run.plays]
-                gaps = [s.begin - p.start for p, s in zip(run.plays, heard)]
-                first.add(name, gaps[0] / MILLISECOND)
-                process.add(name, (heard[0].begin - run.begun) / MILLISECOND)
-                if len(gaps) == 10:
-                    tenth.add(name, gaps[-1] / MILLISECOND)
-                if kind in EXACT_LENGTH:
-                    for play, sound in zip(run.plays, heard):
-                        outcome.add(name, (play.outcome - sound.end) / MILLISECOND)
+                with stage.excused(name):
+                    run = stage.run(name, card, "sequence", item, PLAYS[kind])
+                    sounds = card.sounds()
+                    heard = [sound_of(play, sounds) for play in run.plays]
+                    gaps = [s.begin - p.start for p, s in zip(run.plays, heard)]
+                    first.add(name, gaps[0] / MILLISECOND)
+                    process.add(name, (heard[0].begin - run.begun) / MILLISECOND)
+                    if len(gaps) == 10:
+                        tenth.add(name, gaps[-1] / MILLISECOND)
+                    if kind in EXACT_LENGTH:
+                        for play, sound in zip(run.plays, heard):
+                            outcome.add(name, (play.outcome - sound.end) / MILLISECOND)
         first.unable = stage.unable(kind)
         report.show(f"Start and end, {kind.upper()}", *tables, picture=first)
 
 
 def sound_of(play, heard):
-    return next(sound for sound in heard if sound.begin >= play.start)
+    for sound in heard:
+        if sound.begin >= play.start:
+            return sound
+    raise Failure("nothing was heard")
 
 
 def loop(stage, report):
@@ -73,7 +77,10 @@ def passes(stage, name, card, item, count=5):
 
 
 def wait_until(condition, process):
+    patience = time.monotonic() + PATIENCE
     while not condition():
+        if time.monotonic() > patience:
+            process.kill()
         if process.poll() is not None:
             raise Failure(f"{process.args} has ended: {process.stderr.read()}")
         time.sleep(0.002)
@@ -87,11 +94,12 @@ def instructions(stage, report):
     further = Table("instructions-further", "each further player", unit, "bare-qt")
     for _ in range(stage.few):
         for name, trace in with_trace(stage.contenders):
-            one, each = count_instructions(stage, name, trace)
             label = name + "+trace" if trace else name
-            whole.add(label, one.all / 1e6)
-            loading.add(label, one.loading / 1e6)
-            further.add(label, each / 1e6)
+            with stage.excused(label):
+                one, each = count_instructions(stage, name, trace)
+                whole.add(label, one.all / 1e6)
+                loading.add(label, one.loading / 1e6)
+                further.add(label, each / 1e6)
     report.show("Instructions for one second of WAV", whole, loading, further, picture=whole)
 
 
@@ -120,7 +128,7 @@ def cpu(stage, report):
         names = stage.able(kind)
         for _ in range(stage.some):
             base, whole = (at_once(stage, names, it) for it in (stage.items.formats(1)[kind], item))
-            for name in names:
+            for name in (name for name in names if name in base and name in whole):
                 table.add(name, (whole[name].cpu - base[name].cpu) / 5 * 1000)
         tables.append(table)
         unable |= stage.unable(kind)
@@ -135,7 +143,11 @@ def at_once(stage, names, item):
         name: stage.launch(name, Card(stage, folder=f"cards-{name}"), "sequence", item, 1)
         for name in names
     }
-    return {name: stage.finish(*process) for name, process in started.items()}
+    runs = {}
+    for name, process in started.items():
+        with stage.excused(name):
+            runs[name] = stage.finish(*process)
+    return runs
 
 
 HELD = {"heap": "KiB", "resident": "KiB", "threads": "", "descriptors": ""}
@@ -150,9 +162,10 @@ def held(stage, report):
         }
         for _ in range(stage.few):
             for name in stage.able(need):
-                usage = further_player(stage, name, mode, few, many)
-                for what, table in tables.items():
-                    table.add(name, usage[what] / (1024 if table.unit == "KiB" else 1))
+                with stage.excused(name):
+                    usage = further_player(stage, name, mode, few, many)
+                    for what, table in tables.items():
+                        table.add(name, usage[what] / (1024 if table.unit == "KiB" else 1))
         tables["heap"].unable = stage.unable(need)
         report.show(f"Each further player, {mode}", *tables.values(), picture=tables["resident"])
 
@@ -201,12 +214,13 @@ def together(stage, report):
         card = Card(stage, cards(count))
         for _ in range(stage.few):
             for name in stage.able("card"):
-                run = stage.run(name, card, "together", item, count)
-                tables["together-cpu"].add(name, run.cpu * 1000)
-                tables["together-memory"].add(name, run.counted["peak"][0] / MEBIBYTE)
-                for play, one in zip(run.plays, card.names):
-                    heard = card.times("first-frame", one)[0]
-                    tables["together-start"].add(name, (heard - play.start) / MILLISECOND)
+                with stage.excused(name):
+                    run = stage.run(name, card, "together", item, count)
+                    tables["together-cpu"].add(name, run.cpu * 1000)
+                    tables["together-memory"].add(name, run.counted["peak"][0] / MEBIBYTE)
+                    for play, one in zip(run.plays, card.names):
+                        begun = first_frame(card, one)
+                        tables["together-start"].add(name, (begun - play.start) / MILLISECOND)
         report.show(f"{count} at once, one second of WAV each", *tables.values())
         for graph, table in tables.items():
             for name in table.values:
@@ -214,6 +228,14 @@ def together(stage, report):
     for graph, (title, unit) in graphs.items():
         report.draw_lines(graph, title, "players at once", unit, curves[graph])
     show_exponents(report, graphs, curves)
+
+
+def first_frame(card, name):
+    """When a card began to play; every contender opens it for the sound alone here."""
+    times = card.times("first-frame", name)
+    if not times:
+        raise Failure(f"nothing was heard of {name}")
+    return times[0]
 
 
 def show_exponents(report, graphs, curves):
