@@ -33,7 +33,7 @@ def machine(stage):
     """One paragraph on what the figures were measured with."""
     return (
         f"{processor()}, {os.cpu_count()} cores, {platform.machine()}; Linux "
-        f"{platform.release()}; GStreamer {version('gstreamer-1.0')}, Qt {version('Qt5Core')}, "
+        f"{platform.release().partition('-')[0]}; GStreamer {version('gstreamer-1.0')}, Qt {version('Qt5Core')}, "
         f"ALSA {version('alsa')}, log4cplus {version('log4cplus')}. {stage.rounds} rounds; what "
         f"varies little, {stage.few}. Each cell is the median (lower … upper quartile) and how many "
         "times the floor's median that is.\n"

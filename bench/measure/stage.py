@@ -139,12 +139,12 @@ class Stage:
         self.results.mkdir(exist_ok=True)
         self.failures = 0
         self.items = Items(self.results / "items")
-        for name in CONTENDERS:
-            if not self.program(name).exists():
+        self.contenders = []
+        for name in (*FLOORS, *only) if only else CONTENDERS:
+            if self.program(name).exists():
+                self.contenders.append(name)
+            else:
                 print(f"left out, as its development package is missing: {name}")
-        self.contenders = [name for name in CONTENDERS if self.program(name).exists()]
-        if only:
-            self.contenders = [n for n in self.contenders if n in (*only, *FLOORS)]
         self.warm_up()
 
     def able(self, need):

@@ -119,12 +119,15 @@ class Report:
             low, middle, high = quartiles(values)
             rows.append(f'{position} {middle} {low} {high} "{who}"')
         data = "\n".join(["$rows << EOD", *rows, "EOD"])
+        medians = [table.median(who) for who in table.values]
+        # Where some bars would not be seen beside others.
+        scale = "set logscale y" if 0 < 50 * min(medians) < max(medians) else "set yrange [0<*:*]"
         self.gnuplot(
             table.name,
             f"""{data}
 set title "{title}: {table.title}"
 set ylabel "{table.unit}"
-set yrange [0:*]
+{scale}
 set xrange [-0.6:{len(rows) - 0.4}]
 set boxwidth 0.6
 set style fill solid 0.4
