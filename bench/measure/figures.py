@@ -221,7 +221,9 @@ def together(stage, report):
                     for play, one in zip(run.plays, card.names):
                         begun = first_frame(card, one)
                         tables["together-start"].add(name, (begun - play.start) / MILLISECOND)
-        report.show(f"{count} at once, one second of WAV each", *tables.values())
+        # The page shows the ends of the curves; between them there are the pictures.
+        tell = report.show if count in (min(TOGETHER), max(TOGETHER)) else report.tell
+        tell(f"{count} at once, one second of WAV each", *tables.values())
         for graph, table in tables.items():
             for name in table.values:
                 curves[graph].setdefault(name, {})[count] = table.median(name)

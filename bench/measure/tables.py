@@ -92,17 +92,21 @@ class Report:
         self.pictures = []
 
     def show(self, title, *tables, picture=None):
-        """Prints tables that belong together. One of them may be shown as a picture, too."""
+        """Tells of tables that belong together. One of them may be shown as a picture, too."""
         tables = [table for table in tables if table.values]
+        self.tell(title, *tables)
+        if tables:
+            self.sections.append(markdown(title, tables))
+        if picture in tables:
+            self.add_picture(picture.name, f"{title}: {picture.title}")
+
+    def tell(self, title, *tables):
+        """Prints tables and keeps them in files, but not for the page."""
         for table in tables:
             print(table.text(title), flush=True)
             rows = [f"{who}\t{value}\n" for who, values in table.values.items() for value in values]
             (self.folder / f"{table.name}.tsv").write_text("".join(rows))
             self.draw_bars(title, table)
-        if tables:
-            self.sections.append(markdown(title, tables))
-        if picture in tables:
-            self.add_picture(picture.name, f"{title}: {picture.title}")
 
     def add_picture(self, name, title):
         self.pictures.append(name)
