@@ -125,23 +125,32 @@ void TestWeb::oggNeedsRangesOrChunks()
 
 // ---- Failures ----------------------------------------------------------------------------------
 
+/// Reasons differ with the libsoup that GStreamer finds: 2.4, or 3 where a desktop is installed.
+static bool isOneOf(const QStringList& reasons, const QStringList& outcomes)
+{
+    const QString prefix = "error token: ";
+    return outcomes.size() == 1 && outcomes.first().startsWith(prefix) &&
+           reasons.contains(outcomes.first().mid(prefix.size()));
+}
+
 void TestWeb::failureIsReported_data()
 {
     QTest::addColumn<QString>("url");
-    QTest::addColumn<QString>("reason");
+    QTest::addColumn<QStringList>("reasons");
 
-    QTest::newRow("missing item") << server->url("missing.wav") << "Not Found";
+    const QStringList notFound{"Not Found"};
+    QTest::newRow("missing item") << server->url("missing.wav") << notFound;
     QTest::newRow("redirected to missing item")
-        << server->url("missing.wav", Way::Found) << "Not Found";
-    QTest::newRow("no host") << "http://"
-                             << "Could not resolve server name.";
+        << server->url("missing.wav", Way::Found) << notFound;
+    const QString unresolved = "Could not resolve server name.";
+    QTest::newRow("no host") << "http://" << QStringList{unresolved, "Error parsing URL."};
     QTest::newRow("no such host") << "http://host.invalid/a.wav"
-                                  << "Could not resolve server name.";
-    QTest::newRow("no URL") << "http://%%%"
-                            << "Could not resolve server name.";
+                                  << QStringList{unresolved, "Internal data stream error."};
+    QTest::newRow("no URL") << "http://%%%" << QStringList{unresolved, "Error parsing URL."};
     QTest::newRow("empty item") << server->url("empty.wav")
-                                << "Stream doesn't contain enough data.";
-    QTest::newRow("no sound") << server->url("text.wav") << "This appears to be a text file";
+                                << QStringList{"Stream doesn't contain enough data."};
+    QTest::newRow("no sound") << server->url("text.wav")
+                              << QStringList{"This appears to be a text file"};
     media::writeFile("empty.wav", QByteArray());
     media::writeFile("text.wav", QByteArray("Nothing to hear in here.\n").repeated(100));
 }
@@ -149,17 +158,20 @@ void TestWeb::failureIsReported_data()
 void TestWeb::failureIsReported()
 {
     QFETCH(QString, url);
-    QFETCH(QString, reason);
+    QFETCH(QStringList, reasons);
     PlayerProbe probe(new UriSimplePlayer(url, "token", "null"));
     QVERIFY(probe->startPlayback());
-    QCOMPARE(probe.finish(), QStringList("error token: " + reason));
+    const QStringList outcomes = probe.finish();
+    QVERIFY2(isOneOf(reasons, outcomes), qPrintable(outcomes.join('\n')));
 }
 
 void TestWeb::unknownCertificateIsRefused()
 {
     PlayerProbe probe(new UriSimplePlayer(server->httpsUrl("item.wav"), "token", "null"));
     QVERIFY(probe->startPlayback());
-    QCOMPARE(probe.finish(), QStringList("error token: Secure connection setup failed."));
+    const QStringList outcomes = probe.finish();
+    QVERIFY2(isOneOf({"Secure connection setup failed.", "Internal data stream error."}, outcomes),
+             qPrintable(outcomes.join('\n')));
 }
 
 void TestWeb::refusedConnectionIsReported()
@@ -167,7 +179,10 @@ void TestWeb::refusedConnectionIsReported()
     const RefusingPort port;
     PlayerProbe probe(new UriSimplePlayer(port.url(), "token", "null"));
     QVERIFY(probe->startPlayback());
-    QCOMPARE(probe.finish(), QStringList("error token: Could not establish connection to server."));
+    const QStringList outcomes = probe.finish();
+    QVERIFY2(isOneOf({"Could not establish connection to server.", "Internal data stream error."},
+                     outcomes),
+             qPrintable(outcomes.join('\n')));
 }
 
 void TestWeb::brokenConnectionIsReported_data()
