@@ -490,6 +490,9 @@ void TestDataEngine::arrayIsFedInChunksAndThenEnds()
     QCOMPARE(scene.engine->offset, quint64(10));
     QCOMPARE(pushed.count(), 3);
     QCOMPARE(outcomes.all, QStringList());
+    // A source that was told of the end takes no more.
+    QCOMPARE(gst_app_src_push_buffer(GST_APP_SRC(scene.engine->appsrc), gst_buffer_new()),
+             GST_FLOW_EOS);
 }
 
 void TestDataEngine::chunkThatEndsWithTheArrayIsNotCropped()
