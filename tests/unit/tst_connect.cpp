@@ -21,6 +21,7 @@ private Q_SLOTS:
     void programmingErrorsAbort_data();
     void programmingErrorsAbort();
     void unknownCaseIsNoCase();
+    void parametersAreLookedAtWhenTheCallMayBeQueued();
     void directConnectionDeliversInsideEmit();
     void queuedConnectionDeliversFromTheEventLoop();
     void notifierReachesASlotThatTakesTheDescriptor();
@@ -36,12 +37,18 @@ const char* const parameters =
 const char* const connection = "ASSERT: \"connection\"";
 const char* const accepted = "";
 
+/// A type that QMetaType does not know.
+struct Unregistered
+{
+};
+
 class Emitter : public QObject
 {
     Q_OBJECT
 
 Q_SIGNALS:
     void number(int value);
+    void unregistered(const Unregistered& value);
 };
 
 class Receiver : public QObject
@@ -130,6 +137,18 @@ void TestConnect::programmingErrorsAbort()
 void TestConnect::unknownCaseIsNoCase()
 {
     QCOMPARE(run(QStringLiteral("connectcases"), QStringLiteral("no-such-case")).code, 2);
+}
+
+void TestConnect::parametersAreLookedAtWhenTheCallMayBeQueued()
+{
+    const auto verify = [](Qt::ConnectionType type) {
+        using Signal = decltype(&Emitter::unregistered);
+        return kova::verifyConnectionSignalParameters<Signal, decltype(&Receiver::onNumber)>(
+            nullptr, &Emitter::unregistered, nullptr, type);
+    };
+    QVERIFY(verify(Qt::DirectConnection));
+    QVERIFY(!verify(Qt::AutoConnection));
+    QVERIFY(!verify(Qt::QueuedConnection));
 }
 
 void TestConnect::directConnectionDeliversInsideEmit()

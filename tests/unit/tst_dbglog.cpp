@@ -43,6 +43,10 @@ void TestDbglog::labelIsComponentAndQualifiedName_data()
     row("call operator", "int Less::operator()(int, int) const", "P Less::operator()");
     row("conversion", "A::operator const char*() const", "P A::operator const char*");
     row("name with operator in it", "int A::myoperatorX(int)", "P A::myoperatorX");
+    row("name that ends like it", "int Box<my_operator>::f()", "P Box<my_operator>::f");
+    row("free operator, nothing before", "operator new(std::size_t)", "P operator new");
+    row("reference result, clang", "const T &A::b()", "P A::b");
+    row("braces in a name", "int A<T{1, 2}>::f()", "P A<T{1, 2}>::f");
     row("gcc lambda", "A::f(int)::<lambda(int)>", "P A::f");
     row("gcc generic lambda", "A::f()::<lambda(auto:1)> [with auto:1 = int]", "P A::f");
     row("clang lambda", "auto A::f(int)::(anonymous class)::operator()(int) const", "P A::f");

@@ -47,6 +47,7 @@ private Q_SLOTS:
     void createMakesAFifoForTheOwnerOnly_data();
     void createMakesAFifoForTheOwnerOnly();
     void createKeepsTheModeOfAnExistingFifo();
+    void createFailsWhenTheModeCannotBeSet();
     void whatIsNoFifoIsRefused_data();
     void whatIsNoFifoIsRefused();
     void whatIsNoFifoStaysUntouched();
@@ -87,6 +88,7 @@ private Q_SLOTS:
     void fifoThatWasNeverOpenedIsRemovedOnClose();
     void fileThatTookThePlaceIsNotRemoved();
     void fifoThatIsGoneNeedsNoRemoval();
+    void failedRemovalIsLogged();
     void noDescriptorIsLeaked();
 };
 
@@ -249,7 +251,20 @@ void writeAndClose(const QByteArray& path, const char* text)
     ::close(descriptor);
 }
 
+/// Whether the file system lets nobody change the mode of a file.
+std::atomic<bool> modesAreFixed{false};
+
 } // namespace
+
+/// Stands in for the system's function, also in the library under test.
+extern "C" __attribute__((visibility("default"))) int chmod(const char* path, mode_t mode) noexcept
+{
+    if (modesAreFixed) {
+        errno = EPERM;
+        return -1;
+    }
+    return ::fchmodat(AT_FDCWD, path, mode, 0);
+}
 
 void TestNamedPipe::initTestCase()
 {
@@ -305,6 +320,21 @@ void TestNamedPipe::createKeepsTheModeOfAnExistingFifo()
     QCOMPARE(modeOf(fifo), mode_t(S_IFIFO | 0646));
 }
 
+void TestNamedPipe::createFailsWhenTheModeCannotBeSet()
+{
+    KovaNamedPipe pipe(fifo, 1, nullptr, false);
+    const mode_t before = ::umask(0777);
+    modesAreFixed = true;
+    const bool created = pipe.create();
+    modesAreFixed = false;
+    ::umask(before);
+    QVERIFY(!created);
+    QCOMPARE(log->lines(),
+             QStringList(QStringLiteral("ERROR Failed to create named pipe, Operation "
+                                        "not permitted, id: 1 name: ") +
+                         fifo));
+}
+
 using MakeFile = std::function<QString(const QString&)>;
 Q_DECLARE_METATYPE(MakeFile)
 
@@ -328,7 +358,7 @@ void TestNamedPipe::whatIsNoFifoIsRefused_data()
     });
     same("directory", "it is a directory",
          [](const QString& path) { return QDir().mkdir(path) ? path : QString(); });
-    same("device", "it is a character device", [](const QString&) {
+    same("device", "it is a device", [](const QString&) {
         // One that not even a broken pipe, run by root, could remove.
         static const int terminal = ::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
         return QFile::decodeName(::ptsname(terminal));
@@ -413,6 +443,7 @@ void TestNamedPipe::openWithoutPermissionFails()
     QVERIFY(pipe.create());
     QCOMPARE(::chmod(encoded(fifo).constData(), 0), 0);
     // For a test that root runs: root may read everything, nobody may not.
+    QCOMPARE(::chmod(encoded(TestProcess::path()).constData(), 0711), 0);
     const int self = ::setfsuid(65534);
     const bool opened = pipe.open(false);
     ::setfsuid(static_cast<uid_t>(self));
@@ -939,6 +970,20 @@ void TestNamedPipe::fifoThatIsGoneNeedsNoRemoval()
     QVERIFY(QFile::remove(fifo));
     pipe.close();
     QCOMPARE(log->lines(), QStringList());
+}
+
+void TestNamedPipe::failedRemovalIsLogged()
+{
+    QVERIFY(QDir().mkdir(fifo));
+    const QString inside = fifo + QStringLiteral("/fifo");
+    KovaNamedPipe pipe(inside, 1, nullptr, true);
+    QVERIFY(pipe.create());
+    QVERIFY(QDir(fifo).removeRecursively());
+    QVERIFY(QFile(fifo).open(QIODevice::WriteOnly));
+    pipe.close();
+    QCOMPARE(log->lines(), QStringList(QStringLiteral("ERROR Failed to remove named pipe, Not a "
+                                                      "directory, id: 1 name: ") +
+                                       inside));
 }
 
 void TestNamedPipe::noDescriptorIsLeaked()

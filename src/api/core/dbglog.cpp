@@ -33,7 +33,7 @@ std::size_t qualifiedNameBegin(const std::string& signature, std::size_t end)
 {
     const std::size_t operatorName = signature.rfind("operator", end);
     const bool isOperator =
-        operatorName != std::string::npos && operatorName < end &&
+        operatorName != std::string::npos &&
         (operatorName == 0 ||
          !(std::isalnum(static_cast<unsigned char>(signature[operatorName - 1])) ||
            signature[operatorName - 1] == '_'));
