@@ -12,10 +12,12 @@
 
 #include <array>
 #include <cerrno>
+#include <csignal>
 #include <cstdarg>
 #include <cstdlib>
 #include <memory>
 #include <poll.h>
+#include <sys/resource.h>
 #include <thread>
 #include <vector>
 
@@ -43,6 +45,8 @@ private Q_SLOTS:
     void cardWithoutPauseSaysSo();
     void underrunIsReportedAndRecovered();
     void starvedCardWaits();
+    void drainOfANonBlockingClientReturnsAtOnce();
+    void drainOfAStalledCardFails();
     void channelMapIsThatOfWavFiles();
 
     void openedAgainAppends();
@@ -59,6 +63,11 @@ private Q_SLOTS:
     void captureIsNotOffered();
     void wrongConfigurationIsRefused_data();
     void wrongConfigurationIsRefused();
+    void cardWithoutFilesPlays();
+    void recordThatCannotBeMadeFailsTheSetUp();
+    void filesAreNumberedBeforeTheSuffix_data();
+    void filesAreNumberedBeforeTheSuffix();
+    void fullDiskIsToldOnce();
 
     void cardsComeAndGo();
     void generatedConfigurationWorks();
@@ -481,10 +490,41 @@ void TestVirtualCard::starvedCardWaits()
     QVERIFY(!card.has("xrun"));
 }
 
+void TestVirtualCard::drainOfANonBlockingClientReturnsAtOnce()
+{
+    const media::Pcm sound = noise(9600);
+    const VirtualCard card("card", atSpeed(0.0005));
+    const Pcm pcm = openPcm(card.device(), SND_PCM_NONBLOCK);
+    QCOMPARE(configure(pcm, Setup()), 0);
+    QVERIFY(writeAll(pcm, sound.samples)); // a full buffer starts
+    QCOMPARE(snd_pcm_drain(pcm.get()), -EAGAIN);
+    QCOMPARE(snd_pcm_state(pcm.get()), SND_PCM_STATE_DRAINING);
+    pollfd descriptor{};
+    unsigned short events = POLLOUT;
+    QCOMPARE(snd_pcm_poll_descriptors(pcm.get(), &descriptor, 0), 0);
+    QCOMPARE(snd_pcm_poll_descriptors(pcm.get(), &descriptor, 1), 1);
+    QCOMPARE(snd_pcm_poll_descriptors_revents(pcm.get(), &descriptor, 1, &events), 0);
+    QCOMPARE(events, static_cast<unsigned short>(0));
+    QCOMPARE(snd_pcm_drop(pcm.get()), 0);
+}
+
+void TestVirtualCard::drainOfAStalledCardFails()
+{
+    VirtualCard::Settings settings;
+    settings.stallAfter = 500;
+    const VirtualCard card("card", settings);
+    const Pcm pcm = openPcm(card.device());
+    QCOMPARE(configure(pcm, Setup()), 0);
+    QVERIFY(writeAll(pcm, noise(1000).samples));
+    QCOMPARE(snd_pcm_drain(pcm.get()), -EIO);
+    QCOMPARE(card.frames(), qint64(500));
+}
+
 void TestVirtualCard::channelMapIsThatOfWavFiles()
 {
     const VirtualCard card("card");
     const Pcm pcm = openPcm(card.device());
+    QVERIFY(!snd_pcm_get_chmap(pcm.get())); // there are no channels yet
     for (unsigned channels = 1; channels <= 8; ++channels) {
         Setup setup;
         setup.channels = channels;
@@ -629,6 +669,8 @@ void TestVirtualCard::vanishedCardIsGone()
         snd_pcm_sframes_t delay = 0;
         QCOMPARE(snd_pcm_delay(pcm.get(), &delay), -ENODEV);
         QCOMPARE(snd_pcm_prepare(pcm.get()), -ENODEV);
+        QCOMPARE(configure(pcm, Setup()), -ENODEV);
+        QCOMPARE(card.eventNames().count("configure"), 1);
         QVERIFY(snd_pcm_drain(pcm.get()) < 0);
 
         pollfd descriptor{};
@@ -687,10 +729,10 @@ void TestVirtualCard::wrongConfigurationIsRefused_data()
 {
     QTest::addColumn<QString>("line");
     for (const char* line :
-         {"colour blue", "speed 0", "speed -1", "speed fast", "speed nan", "pause maybe",
-          "refuse all", "refuse 1", "starve never", "vanish_after -1", "vanish_after 1.5",
-          "stall_after soon", "record 1", "record \"\"", "events { a b }",
-          "record \"/nonexistent/folder/x.wav\"", "events \"/nonexistent/folder/x\""}) {
+         {"colour blue", "speed 0", "speed -1", "speed fast", "speed nan", "speed inf",
+          "pause maybe", "refuse all", "refuse 1", "starve never", "vanish_after -1",
+          "vanish_after 1.5", "stall_after soon", "record 1", "record \"\"", "events { a b }",
+          "starve 1", "record \"/nonexistent/folder/x.wav\"", "events \"/nonexistent/folder/x\""}) {
         QTest::newRow(line) << QString(line);
     }
 }
@@ -709,31 +751,129 @@ static void keepAlsaError(const char* /*file*/, int /*line*/, const char* /*func
     va_end(arguments);
 }
 
+/// Opens a card that has these fields and no others.
+/// @return 0 or ALSA's error
+static int openWithFields(const QString& fields, Pcm& pcm)
+{
+    const VirtualCard card("card"); // makes the plug-in known
+    const QByteArray text = QStringLiteral("pcm.own { type virtualcard\n%1 }").arg(fields).toUtf8();
+    snd_config_t* top = nullptr;
+    snd_config_t* configuration = nullptr;
+    snd_input_t* input = nullptr;
+    if (snd_config_update_ref(&top) < 0 || snd_config_copy(&configuration, top) < 0 ||
+        snd_input_buffer_open(&input, text.constData(), text.size()) < 0 ||
+        snd_config_load(configuration, input) < 0) {
+        qFatal("no configuration: %s", text.constData());
+    }
+    snd_config_unref(top);
+    snd_input_close(input);
+    snd_pcm_t* opened = nullptr;
+    const int error = snd_pcm_open_lconf(&opened, "own", SND_PCM_STREAM_PLAYBACK, 0, configuration);
+    snd_config_delete(configuration);
+    pcm.reset(opened);
+    return error;
+}
+
+/// Keeps what ALSA has to say while it lives.
+class AlsaErrors
+{
+public:
+    AlsaErrors()
+    {
+        alsaErrors.clear();
+        snd_lib_error_set_handler(keepAlsaError);
+    }
+    ~AlsaErrors() { snd_lib_error_set_handler(nullptr); }
+    AlsaErrors(const AlsaErrors&) = delete;
+    AlsaErrors& operator=(const AlsaErrors&) = delete;
+};
+
 void TestVirtualCard::wrongConfigurationIsRefused()
 {
     QFETCH(QString, line);
-    const VirtualCard card("card"); // makes the plug-in known
-    const QString text = QStringLiteral("pcm.wrong { type virtualcard\n%1 }").arg(line);
-    snd_config_t* top = nullptr;
-    QVERIFY(snd_config_update_ref(&top) >= 0);
-    snd_config_t* configuration = nullptr;
-    QVERIFY(snd_config_copy(&configuration, top) >= 0);
-    snd_config_unref(top);
-    snd_input_t* input = nullptr;
-    const QByteArray bytes = text.toUtf8();
-    QCOMPARE(snd_input_buffer_open(&input, bytes.constData(), bytes.size()), 0);
-    QCOMPARE(snd_config_load(configuration, input), 0);
-    snd_input_close(input);
-
-    alsaErrors.clear();
-    snd_lib_error_set_handler(keepAlsaError);
-    snd_pcm_t* pcm = nullptr;
-    const int error = snd_pcm_open_lconf(&pcm, "wrong", SND_PCM_STREAM_PLAYBACK, 0, configuration);
-    snd_lib_error_set_handler(nullptr);
-    snd_config_delete(configuration);
+    const AlsaErrors keep;
+    Pcm pcm;
+    const int error = openWithFields(line, pcm);
     QVERIFY(error == -EINVAL || error == -ENOENT);
     QVERIFY(!alsaErrors.isEmpty());
     QVERIFY(alsaErrors.last().startsWith("virtualcard: "));
+}
+
+void TestVirtualCard::cardWithoutFilesPlays()
+{
+    // A number that takes more than 32 bits is read, too.
+    Pcm pcm;
+    QCOMPARE(openWithFields("speed 20\nvanish_after 30000000000", pcm), 0);
+    QCOMPARE(configure(pcm, Setup()), 0);
+    QVERIFY(writeAll(pcm, noise(1000).samples));
+    QCOMPARE(snd_pcm_drain(pcm.get()), 0);
+}
+
+void TestVirtualCard::recordThatCannotBeMadeFailsTheSetUp()
+{
+    const AlsaErrors keep;
+    Pcm pcm;
+    const QString events = TestProcess::path("own.events");
+    QCOMPARE(openWithFields(
+                 QStringLiteral("events \"%1\"\nrecord \"/nonexistent/x.wav\"").arg(events), pcm),
+             0);
+    QCOMPARE(configure(pcm, Setup()), -ENOENT);
+    QCOMPARE(alsaErrors, QStringList("virtualcard: /nonexistent/x.wav: No such file or directory"));
+}
+
+void TestVirtualCard::filesAreNumberedBeforeTheSuffix_data()
+{
+    QTest::addColumn<QString>("first");
+    QTest::addColumn<QString>("second");
+    QTest::newRow("suffix") << "own.wav"
+                            << "own-2.wav";
+    QTest::newRow("no suffix") << "own"
+                               << "own-2";
+    QTest::newRow("dot in the folder") << "own.folder/own"
+                                       << "own.folder/own-2";
+    QTest::newRow("suffix in a folder") << "own.folder/own.wav"
+                                        << "own.folder/own-2.wav";
+    QTest::newRow("hidden") << "own.folder/.own"
+                            << "own.folder/.own-2";
+}
+
+void TestVirtualCard::filesAreNumberedBeforeTheSuffix()
+{
+    QFETCH(QString, first);
+    QFETCH(QString, second);
+    QDir().mkpath(TestProcess::path("own.folder"));
+    media::writeFile(first, "text"); // shorter than a header
+    QFile::remove(TestProcess::path(second));
+    Pcm pcm;
+    const QString fields =
+        QStringLiteral("comment \"Records\"\nhint { show on }\nspeed 20\nrecord \"%1\"");
+    QCOMPARE(openWithFields(fields.arg(TestProcess::path(first)), pcm), 0);
+    QCOMPARE(configure(pcm, Setup()), 0);
+    QVERIFY(QFile::exists(TestProcess::path(second)));
+    QCOMPARE(media::readFile(TestProcess::path(first)), QByteArray("text"));
+}
+
+void TestVirtualCard::fullDiskIsToldOnce()
+{
+    const VirtualCard card("card");
+    const AlsaErrors keep;
+    const Pcm pcm = openPcm(card.device());
+    QCOMPARE(configure(pcm, Setup()), 0);
+    // No file may grow beyond this size; the default would be to die of it.
+    rlimit former{};
+    getrlimit(RLIMIT_FSIZE, &former);
+    const rlimit small{10000, former.rlim_max};
+    (void)std::signal(SIGXFSZ, SIG_IGN);
+    setrlimit(RLIMIT_FSIZE, &small);
+    const bool taken = writeAll(pcm, noise(30000).samples);
+    const int drained = snd_pcm_drain(pcm.get());
+    setrlimit(RLIMIT_FSIZE, &former);
+    (void)std::signal(SIGXFSZ, SIG_DFL);
+    QVERIFY(taken);
+    QCOMPARE(drained, 0);
+    QCOMPARE(alsaErrors.size(), 1);
+    QVERIFY(alsaErrors.first().endsWith("card-card.wav: File too large"));
+    QVERIFY(card.has("drained"));
 }
 
 // ---- Configurations ---------------------------------------------------------------------------

@@ -22,7 +22,7 @@ public:
     /// @return 0 or a negative errno
     int open(const std::string& path, const WavLayout& layout);
 
-    /// Adds samples. Does nothing without a file.
+    /// Adds samples to the file that is open.
     /// @return 0 or a negative errno
     int append(const char* samples, std::size_t size);
 

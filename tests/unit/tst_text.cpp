@@ -1,0 +1,82 @@
+#include "support/TestProcess.h"
+
+#include <tools/kova-play/Text.h>
+
+#include <QtTest/QtTest>
+
+#include <clocale>
+
+/// What kova-play does with texts before it shows them.
+class TestText : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void cleanupTestCase();
+
+    void lineHasNoBreaks();
+    void wideAndCombiningCharactersAreCounted();
+    void longLineIsCut();
+    void clockHasHoursWhenNeeded_data();
+    void clockHasHoursWhenNeeded();
+};
+
+void TestText::initTestCase()
+{
+    QVERIFY(std::setlocale(LC_CTYPE, "C.UTF-8"));
+}
+
+void TestText::cleanupTestCase()
+{
+    QVERIFY(std::setlocale(LC_CTYPE, "C"));
+}
+
+void TestText::lineHasNoBreaks()
+{
+    QCOMPARE(text::oneLine(QString::fromUtf8("a\nb\u2028c\u2029d\033e\u00a0f")),
+             QString::fromUtf8("a b c d e\u00a0f"));
+}
+
+void TestText::wideAndCombiningCharactersAreCounted()
+{
+    QCOMPARE(text::columns(QStringLiteral("abc")), 3);
+    QCOMPARE(text::columns(QString::fromUtf8("\u6f22\u5b57")), 4);
+    QCOMPARE(text::columns(QString::fromUtf8("e\u0301")), 1);
+    // A control character has no width that the locale knows.
+    QCOMPARE(text::columns(QStringLiteral("\x7f")), 1);
+    // Nor has one that is no character.
+    QCOMPARE(text::columns(QString(QChar(0xffff))), 0);
+}
+
+void TestText::longLineIsCut()
+{
+    QCOMPARE(text::fitted(QStringLiteral("abcdef"), 6), QStringLiteral("abcdef"));
+    QCOMPARE(text::fitted(QStringLiteral("abcdef"), 5), QStringLiteral("ab..."));
+    QCOMPARE(text::fitted(QStringLiteral("abcdef"), 3), QStringLiteral("abc"));
+    QCOMPARE(text::fitted(QStringLiteral("abcdef"), 0), QString());
+    // Half a character is none.
+    QCOMPARE(text::fitted(QString::fromUtf8("\u6f22\u5b57\u6f22"), 5),
+             QString::fromUtf8("\u6f22..."));
+    QCOMPARE(text::fitted(QString::fromUtf8("\u6f22\u5b57\u6f22"), 3), QString::fromUtf8("\u6f22"));
+}
+
+void TestText::clockHasHoursWhenNeeded_data()
+{
+    QTest::addColumn<qint64>("milliseconds");
+    QTest::addColumn<QString>("shown");
+    QTest::newRow("nothing") << qint64(0) << "0:00";
+    QTest::newRow("almost a minute") << qint64(59999) << "0:59";
+    QTest::newRow("almost an hour") << qint64(3599999) << "59:59";
+    QTest::newRow("an hour") << qint64(3600000) << "1:00:00";
+    QTest::newRow("more") << qint64(45296000) << "12:34:56";
+}
+
+void TestText::clockHasHoursWhenNeeded()
+{
+    QFETCH(qint64, milliseconds);
+    QTEST(text::clock(milliseconds), "shown");
+}
+
+KOVA_TEST_MAIN(TestText)
+#include "tst_text.moc"
