@@ -159,6 +159,17 @@ public:
         seen = 0;
     }
 
+    /// The terminal goes away, as when its window is closed.
+    void hangUp()
+    {
+        ::close(slave);
+        ::close(master);
+        slave = master = -1;
+    }
+
+    /// What an interactive shell does when it takes the terminal.
+    void resetMode() const { tcsetattr(slave, TCSANOW, &formerMode); }
+
     bool givesSingleKeys() const { return (mode().c_lflag & (ICANON | ECHO)) == 0; }
 
     bool hasFormerMode() const
@@ -228,8 +239,11 @@ private Q_SLOTS:
     void failedItemDoesNotKeepTheNextFromPlaying();
     void failureHasReasonAndHint_data();
     void failureHasReasonAndHint();
+    void itemThatMayNotBeReadFails_data();
+    void itemThatMayNotBeReadFails();
     void deviceThatRefusesFailsItem();
     void deviceThatVanishesFailsItem();
+    void missingElementFailsItem_data();
     void missingElementFailsItem();
     void outcomeIsOneLineWhateverTheName();
     void tokens_data();
@@ -252,12 +266,19 @@ private Q_SLOTS:
 
     void graphsBecomePictures();
     void graphsStayDotFilesWithoutGraphviz();
+    void dotThatFailsIsReported_data();
+    void dotThatFailsIsReported();
+    void graphsOfNothingAreNoGraphs();
+    void graphsNeedAFolderThatCanBeWritten();
 
     void listDevicesShowsWhatCanPlay();
     void checkFindsNothingMissing();
     void checkNamesPackageOfMissingElement();
     void checkFailsOnDeviceThatDoesNotOpen_data();
     void checkFailsOnDeviceThatDoesNotOpen();
+    void checkTellsWhatCanBeDoneAboutDevice_data();
+    void checkTellsWhatCanBeDoneAboutDevice();
+    void listDevicesIsEmptyWithoutConfiguration();
     void checkFailsWithoutGLib();
     void itemsFailWithoutGLib();
 
@@ -279,14 +300,39 @@ private Q_SLOTS:
     void liveLineFitsTerminal();
     void liveLineOfSeveralItems();
     void logLinesDoNotRunIntoLiveLine();
+    void liveLineShowsFailing();
+    void dumbTerminalGetsPlainOutput_data();
     void dumbTerminalGetsPlainOutput();
     void nothingRunsIntoTheOutputOfAPipeline();
+    void errorsInAFileNeedNoTerminal();
     void resultsGoToStandardOutputOnly();
     void terminalHasItsModeBack_data();
     void terminalHasItsModeBack();
     void secondInterruptRestoresTerminal();
     void suspendedProgramGivesTerminalBack();
+    void backgroundProgramLeavesTerminalAlone();
+    void lostTerminalDoesNotEndIgnoringProgram();
 };
+
+/// Has a program run without root's right to read and write everything.
+static void bindToPermissions(Program& program)
+{
+    if (::geteuid() == 0) {
+        program.setArguments(
+            QStringList{"--bounding-set=-dac_override,-dac_read_search", program.program()} +
+            program.arguments());
+        program.setProgram("setpriv");
+    }
+}
+
+/// Puts a `dot` of its own in front of the machine's.
+static void replaceDot(Program& program, const QByteArray& script)
+{
+    QDir().mkpath(TestProcess::path("programs"));
+    QFile dot(media::writeFile("programs/dot", script));
+    dot.setPermissions(QFile::ReadOwner | QFile::ExeOwner);
+    program.set("PATH", TestProcess::path("programs") + ':' + qEnvironmentVariable("PATH"));
+}
 
 /// The elements of this machine without those of one plug-in.
 static void hidePlugin(Program& program, const QString& fileName)
@@ -413,6 +459,11 @@ void TestKovaPlay::failureHasReasonAndHint_data()
     QTest::newRow("percent escape")
         << "%6fne.wav" << QByteArray("error %6fne.wav: file does not exist\n")
         << QByteArray("percent escapes are not decoded");
+    QTest::newRow("percent escape of nothing")
+        << "%6fther.wav" << QByteArray("error %6fther.wav: file does not exist\n")
+        << QByteArray("'%6fther.wav' does not exist");
+    QTest::newRow("percent") << "so%nd.wav" << QByteArray("error so%nd.wav: ")
+                             << QByteArray("rename");
     QTest::newRow("hash") << "so#nd.wav" << QByteArray("error so#nd.wav: Resource not found.\n")
                           << QByteArray("rename");
     QTest::newRow("folder") << "folder" << QByteArray("is a directory.\n")
@@ -431,11 +482,35 @@ void TestKovaPlay::failureHasReasonAndHint()
     QDir().mkpath(TestProcess::path("folder"));
     media::writeFile("text.txt", "This is no music, whatever it may sound like.\n");
     media::writeFile("so#nd.wav", "");
+    media::writeFile("so%nd.wav", "");
     Program program({"-d", card.device(), item});
     QCOMPARE(program.finish(), 1);
     QVERIFY2(program.out.contains(out), program.out);
     QCOMPARE(program.out.count('\n'), 1);
     QVERIFY2(program.err.contains("kova-play: ") && program.err.contains(hint), program.err);
+}
+
+void TestKovaPlay::itemThatMayNotBeReadFails_data()
+{
+    QTest::addColumn<QStringList>("arguments");
+    QTest::addColumn<QByteArray>("out");
+    QTest::newRow("file") << QStringList{"locked.wav"} << QByteArray("error locked.wav: ");
+    QTest::newRow("pipe") << QStringList{"--pipe", "locked.fifo"}
+                          << QByteArray("error locked.fifo: the pipe cannot be read\n");
+}
+
+void TestKovaPlay::itemThatMayNotBeReadFails()
+{
+    QFETCH(QStringList, arguments);
+    QFETCH(QByteArray, out);
+    QFile(media::writeFile("locked.wav", "")).setPermissions(QFile::Permissions());
+    ::mkfifo(TestProcess::path("locked.fifo").toLocal8Bit(), 0);
+    Program program(QStringList{"-d", "null"} + arguments);
+    bindToPermissions(program);
+    QCOMPARE(program.finish(), 1);
+    QVERIFY2(program.out.startsWith(out), program.out);
+    QVERIFY2(program.err.contains("look at the permissions of '" + arguments.last().toUtf8()),
+             program.err);
 }
 
 void TestKovaPlay::deviceThatRefusesFailsItem()
@@ -462,10 +537,20 @@ void TestKovaPlay::deviceThatVanishesFailsItem()
     QCOMPARE(program.out.count('\n'), 1);
 }
 
+void TestKovaPlay::missingElementFailsItem_data()
+{
+    QTest::addColumn<QStringList>("arguments");
+    QTest::newRow("file") << QStringList{"one.wav"};
+    QTest::newRow("web") << QStringList{"http://localhost/one.wav"};
+    QTest::newRow("secure web") << QStringList{"https://localhost/one.wav"};
+    QTest::newRow("memory") << QStringList{"--data", "one.wav"};
+}
+
 void TestKovaPlay::missingElementFailsItem()
 {
+    QFETCH(QStringList, arguments);
     const VirtualCard card("card");
-    Program program({"-d", card.device(), one});
+    Program program(QStringList{"-d", card.device()} + arguments);
     hidePlugin(program, "libgstalsa.so");
     QCOMPARE(program.finish(), 1);
     QCOMPARE(program.out, QByteArray("error one.wav: cannot be started (see -v)\n"));
@@ -738,6 +823,54 @@ void TestKovaPlay::graphsStayDotFilesWithoutGraphviz()
     QVERIFY2(program.err.contains("apt-get install graphviz"), program.err);
 }
 
+void TestKovaPlay::dotThatFailsIsReported_data()
+{
+    QTest::addColumn<QByteArray>("script");
+    QTest::addColumn<QByteArray>("reason");
+    QTest::newRow("fails") << QByteArray("#!/bin/sh\necho no ink >&2\nexit 3\n")
+                           << QByteArray("': no ink\n");
+    QTest::newRow("dies") << QByteArray("#!/bin/sh\necho no paper >&2\nkill -9 $$\n")
+                          << QByteArray("': no paper\n");
+    QTest::newRow("is no program")
+        << QByteArray("#!/nonexistent/interpreter\n") << QByteArray("No such file or directory\n");
+}
+
+void TestKovaPlay::dotThatFailsIsReported()
+{
+    QFETCH(QByteArray, script);
+    QFETCH(QByteArray, reason);
+    const VirtualCard card("card");
+    makePicturesFolderWithFormerGraph();
+    Program program({"--graphs", "pictures", "-d", card.device(), one});
+    replaceDot(program, script);
+    QCOMPARE(program.finish(), 0);
+    QCOMPARE(program.out, QByteArray("ended one.wav\n"));
+    QVERIFY2(program.err.startsWith("kova-play: dot made no picture of '"), program.err);
+    QVERIFY2(program.err.endsWith(reason), program.err);
+    QCOMPARE(program.err.count('\n'), 1); // the first picture that fails is the last one
+}
+
+void TestKovaPlay::graphsOfNothingAreNoGraphs()
+{
+    makePicturesFolderWithFormerGraph();
+    Program program({"--graphs", "pictures", "--fake", "a"});
+    QCOMPARE(program.finish(), 0);
+    QCOMPARE(program.err, QByteArray("kova-play: no pipeline was drawn: nothing was played\n"));
+    QCOMPARE(pictures(".svg"), QStringList());
+}
+
+void TestKovaPlay::graphsNeedAFolderThatCanBeWritten()
+{
+    QDir().mkpath(TestProcess::path("locked"));
+    QVERIFY(QFile(TestProcess::path("locked")).setPermissions(QFile::ReadOwner | QFile::ExeOwner));
+    Program program({"--graphs", "locked", "--fake", "a"});
+    bindToPermissions(program);
+    QCOMPARE(program.finish(), 2);
+    QCOMPARE(program.out, QByteArray());
+    QVERIFY2(program.err.contains("locked' cannot be made or written: name another folder"),
+             program.err);
+}
+
 // ---- Devices and check -------------------------------------------------------------------------
 
 void TestKovaPlay::listDevicesShowsWhatCanPlay()
@@ -812,6 +945,43 @@ void TestKovaPlay::checkFailsOnDeviceThatDoesNotOpen()
     QVERIFY2(program.out.contains(line), program.out);
     QCOMPARE(program.out.count("ok  "), 10);
     QCOMPARE(program.err, QByteArray()); // ALSA's own messages are kept away
+}
+
+void TestKovaPlay::checkTellsWhatCanBeDoneAboutDevice_data()
+{
+    QTest::addColumn<QString>("events"); // the file or folder in the way of the card
+    QTest::addColumn<QByteArray>("line");
+    QTest::newRow("not allowed") << "locked.events"
+                                 << QByteArray("FAILED  device card: Permission denied; this user "
+                                               "may not use it: join the group 'audio'\n");
+    QTest::newRow("other") << "folder"
+                           << QByteArray("FAILED  device card: Is a directory; kova-play "
+                                         "--list-devices shows what else there is\n");
+}
+
+void TestKovaPlay::checkTellsWhatCanBeDoneAboutDevice()
+{
+    QFETCH(QString, events);
+    QFETCH(QByteArray, line);
+    const VirtualCard card("card");
+    QDir().mkpath(TestProcess::path("folder"));
+    QFile(media::writeFile("locked.events", "")).setPermissions(QFile::Permissions());
+    QByteArray configuration = media::readFile(qEnvironmentVariable("ALSA_CONFIG_PATH"));
+    configuration.replace("card-card.events", events.toUtf8());
+    Program program({"--check", "-d", card.device()});
+    program.set("ALSA_CONFIG_PATH", media::writeFile("other.conf", configuration));
+    bindToPermissions(program);
+    QCOMPARE(program.finish(), 1);
+    QVERIFY2(program.out.endsWith(line), program.out + program.err);
+}
+
+void TestKovaPlay::listDevicesIsEmptyWithoutConfiguration()
+{
+    Program program({"--list-devices"});
+    program.set("ALSA_CONFIG_PATH", media::writeFile("broken.conf", "pcm { {\n"));
+    QCOMPARE(program.finish(), 0);
+    QCOMPARE(program.out, QByteArray());
+    QCOMPARE(program.err, QByteArray());
 }
 
 void TestKovaPlay::checkFailsWithoutGLib()
@@ -1018,6 +1188,8 @@ void TestKovaPlay::clockStandsWhilePaused()
     program.type(" ");
     QVERIFY(program.waitForText("playing"));
     QCOMPARE(program.liveLines().first(), QString(paused).replace("paused", "playing"));
+    program.type("q");
+    QCOMPARE(program.finish(), 0);
 }
 
 void TestKovaPlay::functionKeysDoNothing()
@@ -1026,9 +1198,13 @@ void TestKovaPlay::functionKeysDoNothing()
     program.begin();
     QVERIFY(program.waitForText("a  playing"));
     program.type("\033[Ax\033[15~\033OPz\033s\033q");
+    program.type("\033"); // nothing follows, as after the escape key itself
+    program.type("x");
     program.type(" ");
     QVERIFY(program.waitForText("a  paused"));
     QVERIFY(!program.screen().contains("stopped"));
+    program.type("q");
+    QCOMPARE(program.finish(), 0);
 }
 
 void TestKovaPlay::liveLineFitsTerminal()
@@ -1043,6 +1219,10 @@ void TestKovaPlay::liveLineFitsTerminal()
     program.resize(7);
     QVERIFY(waitFor([&] { return !program.liveLines().isEmpty(); }));
     QVERIFY(waitFor([&] { return program.liveLines().last().size() < 7; }));
+    program.resize(0); // not known; 80 is usual
+    QVERIFY(program.waitForText("a-name-of-many-letters.wav  playing  0:0"));
+    program.type("q");
+    QCOMPARE(program.finish(), 0);
 }
 
 void TestKovaPlay::liveLineOfSeveralItems()
@@ -1076,10 +1256,28 @@ void TestKovaPlay::logLinesDoNotRunIntoLiveLine()
     QVERIFY(count > 10);
 }
 
+void TestKovaPlay::liveLineShowsFailing()
+{
+    TerminalProgram program({"-d", "null", one});
+    hidePlugin(program, "libgstalsa.so");
+    program.begin();
+    QVERIFY(program.waitForText("one.wav  failing  0:00"));
+    QVERIFY(program.waitForText("error one.wav: cannot be started (see -v)\r\n"));
+    QCOMPARE(program.finish(), 1);
+}
+
+void TestKovaPlay::dumbTerminalGetsPlainOutput_data()
+{
+    QTest::addColumn<QString>("type");
+    QTest::newRow("dumb") << "dumb";
+    QTest::newRow("unknown") << "";
+}
+
 void TestKovaPlay::dumbTerminalGetsPlainOutput()
 {
+    QFETCH(QString, type);
     TerminalProgram program({"--fake", "--loop", "a", "b"});
-    program.set("TERM", "dumb");
+    program.set("TERM", type);
     program.begin();
     QVERIFY(waitFor([&] { return program.givesSingleKeys(); }));
     program.type("s");
@@ -1101,6 +1299,17 @@ void TestKovaPlay::nothingRunsIntoTheOutputOfAPipeline()
     program.type("q");
     QCOMPARE(program.finish(), 0);
     QCOMPARE(program.screen(), QByteArray("stopped a\r\nstopped b\r\n"));
+}
+
+void TestKovaPlay::errorsInAFileNeedNoTerminal()
+{
+    TerminalProgram program({});
+    program.setProgram("bash");
+    program.setArguments({"-c", "exec \"$0\" --fake a b 2> errors.txt", kovaPlay()});
+    program.begin();
+    QCOMPARE(program.finish(), 0);
+    QCOMPARE(program.screen(), QByteArray("stopped a\r\nstopped b\r\n"));
+    QCOMPARE(media::readFile(TestProcess::path("errors.txt")), QByteArray());
 }
 
 void TestKovaPlay::resultsGoToStandardOutputOnly()
@@ -1175,6 +1384,66 @@ void TestKovaPlay::suspendedProgramGivesTerminalBack()
     QVERIFY(program.waitForText("stopped a\r\n"));
     QCOMPARE(program.finish(), 0);
     QVERIFY(program.hasFormerMode());
+}
+
+/// How often a process has gone to sleep.
+static int sleepsOf(pid_t process)
+{
+    static const QRegularExpression count("\nvoluntary_ctxt_switches:\t(\\d+)");
+    const QString path = QString("/proc/%1/status").arg(process);
+    return count.match(QString::fromLatin1(media::readFile(path))).captured(1).toInt();
+}
+
+void TestKovaPlay::backgroundProgramLeavesTerminalAlone()
+{
+    TerminalProgram program({});
+    program.setProgram("bash");
+    program.setArguments(
+        {"--norc", "-c",
+         "set -m; \"$0\" --fake --loop a & echo process $!.; fg; echo suspended; bg; "
+         "read; echo forward; fg",
+         kovaPlay()});
+    program.begin();
+    QVERIFY(program.waitForText("process "));
+    QVERIFY(program.waitForText("a  playing"));
+    QVERIFY(waitFor([&] { return program.givesSingleKeys(); }));
+    const QByteArray screen = program.screen();
+    const int number = screen.indexOf("process ") + 8;
+    const pid_t process = screen.mid(number, screen.indexOf('.', number) - number).toInt();
+    // Not by a key: a program that stops itself gives the terminal back before.
+    ::kill(process, SIGSTOP);
+    QVERIFY(program.waitForText("suspended"));
+    program.resetMode();
+    program.clear();
+    const int sleeps = sleepsOf(process);
+    QVERIFY(waitFor([&] { return sleepsOf(process) > sleeps + 5; }));
+    program.type("\n");
+    QVERIFY(program.waitForText("forward"));
+    QVERIFY(!program.screen().left(program.screen().indexOf("forward")).contains("playing"));
+    QVERIFY(program.waitForText("a  playing"));
+    QVERIFY(waitFor([&] { return program.givesSingleKeys(); }));
+    program.type("q");
+    QVERIFY(program.waitForText("stopped a\r\n"));
+    QCOMPARE(program.finish(), 0);
+}
+
+void TestKovaPlay::lostTerminalDoesNotEndIgnoringProgram()
+{
+    TerminalProgram program({});
+    program.setProgram("bash");
+    program.setArguments(
+        {"-c", R"(trap '' HUP QUIT; exec "$0" --fake --loop a b > results.txt)", kovaPlay()});
+    program.begin();
+    QVERIFY(program.waitForText("a  playing"));
+    program.hangUp();
+    // It sleeps on: what is no terminal any more does not keep it busy.
+    const auto process = static_cast<pid_t>(program.processId());
+    const int sleeps = sleepsOf(process);
+    QVERIFY(waitFor([&] { return sleepsOf(process) > sleeps + 5; }));
+    program.send(SIGTERM);
+    QCOMPARE(program.finish(), 0);
+    QCOMPARE(media::readFile(TestProcess::path("results.txt")),
+             QByteArray("stopped a\nstopped b\n"));
 }
 
 KOVA_TEST_MAIN(TestKovaPlay)

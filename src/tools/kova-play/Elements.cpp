@@ -20,12 +20,14 @@ const std::vector<elements::Element>& elements::needed()
 QString elements::initialise()
 {
     GError* error = nullptr;
-    if (gst_init_check(nullptr, nullptr, &error)) {
+    if (gst_init_check(nullptr, nullptr, &error)) { // GCOVR_EXCL_BR_LINE
         return QString();
     }
+    // GCOVR_EXCL_START: without arguments to refuse, GStreamer fails on a broken machine only
     QString reason = error ? QString::fromUtf8(error->message) : "unknown error";
     g_clear_error(&error);
     return reason;
+    // GCOVR_EXCL_STOP
 }
 
 bool elements::isCapsDescription(const QString& text)

@@ -25,8 +25,9 @@ public:
     /// How many columns it has now.
     int columns() const;
 
-    /// Begins to listen to keys, if the process is in the foreground, and stops if it is not any
-    /// more. To be called now and then: nobody tells when a process gets into the background.
+    /// To be called with a terminal only. Begins to listen to keys, if the process is in the
+    /// foreground, and stops if it is not any more. To be called now and then: nobody tells when a
+    /// process gets into the background.
     /// @return whether the terminal is ours now
     bool listen();
     /// Gives the terminal back, until listen() is called again.
