@@ -60,5 +60,5 @@ int rounds(int usual, int thorough)
 #else
     const bool isSlow = qEnvironmentVariableIsSet("KOVA_EMULATOR");
 #endif
-    return isSlow ? (usual + 3) / 4 : usual;
+    return isSlow ? (usual + 1) / 2 : usual;
 }

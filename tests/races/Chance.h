@@ -34,7 +34,7 @@ private:
 void letPass(int microseconds, Chance::EventLoop loop);
 
 /// How often something is done.
-/// @param usual    on a machine of its own speed; a quarter of it where a sanitizer or an emulator
+/// @param usual    on a machine of its own speed; half as often where a sanitizer or an emulator
 ///                 makes everything slow
 /// @param thorough with KOVA_LONG_TESTS=1 in the environment
 int rounds(int usual, int thorough);
