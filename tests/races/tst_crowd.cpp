@@ -116,9 +116,11 @@ void TestCrowd::playersOfAllKindsComeAndGoInThreads()
             QThread::create([&thread = *crew.back(), crowds] { thread.run(crowds); }));
         threads.back()->start();
     }
-    for (int i = 0; i < threadCount; ++i) {
-        threads[static_cast<std::size_t>(i)]->wait();
-        QCOMPARE(crew[static_cast<std::size_t>(i)]->problems, QStringList());
+    for (const auto& thread : threads) {
+        thread->wait();
+    }
+    for (const auto& thread : crew) {
+        QCOMPARE(thread->problems, QStringList());
     }
     QCOMPARE(leaks.leftBehind(threadCount * crowds * Thread::atOnce), QString());
 }
