@@ -93,6 +93,7 @@ void TestTeardown::deathInTheSlotOfAFailure()
 {
     QFETCH(Source, source);
     QFETCH(Death, death);
+    int failures = 0;
     for (int round = 0; round < rounds(12, 200); ++round) {
         VirtualCard::Settings vanishing = Stage::impatient();
         vanishing.vanishAfter = chance.below(static_cast<int>(item->sound.frames()));
@@ -103,9 +104,13 @@ void TestTeardown::deathInTheSlotOfAFailure()
         deliverQueuedEvents();
         const QStringList told = life.told();
         QCOMPARE(told.size(), 1);
-        QVERIFY2(told.first().startsWith("error token: "), qPrintable(told.first()));
+        const bool isFailure = told.first().startsWith("error token: ");
+        // The end comes first where the sink's thread is kept from the card for so long.
+        QVERIFY2(isFailure || told.first() == "ended token", qPrintable(told.first()));
+        failures += isFailure ? 1 : 0;
         QCOMPARE(leaks.leftBehind(), QString());
     }
+    QVERIFY(failures > 0);
     QCOMPARE(playWhole(source, *item, "card"), QString());
 }
 
