@@ -138,7 +138,7 @@ void TestFeeding::deathWhileMemoryIsFed()
     }
     QVERIFY(most > 0);
     int amid = 0;
-    const int lives = rounds(20, 200);
+    const int lives = rounds(12, 200);
     for (int i = 0; i < lives; ++i) {
         const Emissions emissions(signal.constData(), keepUs);
         const Stage stage(Source::Data, *item, "card");
@@ -231,7 +231,7 @@ void TestFeeding::deathWithACallOnItsWay()
 {
     QFETCH(Death, death);
     int waiting = 0;
-    const int lives = rounds(30, 300);
+    const int lives = rounds(20, 300);
     for (int i = 0; i < lives; ++i) {
         const Emissions requests("need-data");
         const Stage stage(Source::Stream, *item, "card");
@@ -300,7 +300,7 @@ void TestFeeding::deathWhileTheWriterFinishes_data()
 void TestFeeding::deathWhileTheWriterFinishes()
 {
     QFETCH(Death, death);
-    for (int i = 0; i < rounds(30, 300); ++i) {
+    for (int i = 0; i < rounds(20, 300); ++i) {
         const Emissions requests("need-data");
         const Stage stage(Source::Stream, *item, "card");
         Life life(stage, death);
