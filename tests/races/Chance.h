@@ -39,4 +39,8 @@ void letPass(int microseconds, Chance::EventLoop loop);
 /// @param thorough with KOVA_LONG_TESTS=1 in the environment
 int rounds(int usual, int thorough);
 
+/// Qt Test ends a function after five minutes, which is too soon for thousands of lives. Called by
+/// the constructor of a test.
+void allowLongFunctions();
+
 #endif

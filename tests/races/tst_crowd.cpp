@@ -16,6 +16,9 @@ class TestCrowd : public QObject
 {
     Q_OBJECT
 
+public:
+    TestCrowd() { allowLongFunctions(); }
+
 private Q_SLOTS:
     void initTestCase();
 

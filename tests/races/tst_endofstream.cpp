@@ -22,6 +22,9 @@ class TestEndOfStream : public QObject
 {
     Q_OBJECT
 
+public:
+    TestEndOfStream() { allowLongFunctions(); }
+
 private Q_SLOTS:
     void initTestCase();
 
@@ -168,7 +171,7 @@ void TestEndOfStream::stopMeetsTheEnd()
     QFETCH(Source, source);
     Meetings met{};
     std::array<Aim, 2> aims; // an end that nobody waits for comes at another time
-    const int usual = rounds(100, 2000);
+    const int usual = rounds(100, 1000);
     // A slow machine needs more of them to find the moment.
     for (int round = 0; round < usual || (!isOnBothSides(met) && round < 10 * usual); ++round) {
         const auto loop = chance.coin() ? Chance::EventLoop::Turns : Chance::EventLoop::Stands;

@@ -29,6 +29,9 @@ class TestFeeding : public QObject
 {
     Q_OBJECT
 
+public:
+    TestFeeding() { allowLongFunctions(); }
+
 private Q_SLOTS:
     void initTestCase();
 

@@ -15,6 +15,9 @@ class TestTeardown : public QObject
 {
     Q_OBJECT
 
+public:
+    TestTeardown() { allowLongFunctions(); }
+
 private Q_SLOTS:
     void initTestCase();
 
