@@ -134,31 +134,15 @@ QString HttpServer::httpsUrl(const QString& name) const
     return QStringLiteral("https://127.0.0.1:%1/plain/%2").arg(tlsPort).arg(name);
 }
 
-// ---- BreakingServer ----------------------------------------------------------------------------
+// ---- ScriptedServer ----------------------------------------------------------------------------
 
-/// Answers once the whole request is there: closing before that would be a reset.
-static void answerAndClose(QTcpSocket* socket, const QByteArray& answer)
+ScriptedServer::ScriptedServer(const QByteArray& answer, Then then) : server(new QTcpServer)
 {
-    QObject::connect(socket, &QTcpSocket::readyRead, socket, [socket, answer] {
-        if (socket->peek(65536).contains("\r\n\r\n")) {
-            socket->readAll();
-            socket->write(answer);
-            socket->disconnectFromHost();
-        }
-    });
-    QObject::connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
-}
-
-BreakingServer::BreakingServer(const QByteArray& body, int sent) : server(new QTcpServer)
-{
-    const QByteArray answer = "HTTP/1.1 200 OK\r\nContent-Type: application/octet-stream\r\n"
-                              "Content-Length: " +
-                              QByteArray::number(body.size()) + "\r\n\r\n" + body.left(sent);
     server->listen(QHostAddress::LocalHost);
     port = server->serverPort();
-    QObject::connect(server, &QTcpServer::newConnection, server, [this, answer] {
+    QObject::connect(server, &QTcpServer::newConnection, server, [this, answer, then] {
         while (QTcpSocket* socket = server->nextPendingConnection()) {
-            answerAndClose(socket, answer);
+            serve(socket, answer, then);
         }
     });
     server->moveToThread(&thread);
@@ -166,15 +150,55 @@ BreakingServer::BreakingServer(const QByteArray& body, int sent) : server(new QT
     thread.start();
 }
 
-BreakingServer::~BreakingServer()
+ScriptedServer::~ScriptedServer()
 {
     thread.quit();
     thread.wait();
 }
 
-QString BreakingServer::url() const
+QString ScriptedServer::url() const
 {
     return QStringLiteral("http://127.0.0.1:%1/item").arg(port);
+}
+
+int ScriptedServer::answers() const
+{
+    return answered;
+}
+
+/// Has the kernel cut the connection off when it is closed.
+static void resetOnClose(const QTcpSocket& socket)
+{
+    const linger atOnce{1, 0};
+    ::setsockopt(static_cast<int>(socket.socketDescriptor()), SOL_SOCKET, SO_LINGER, &atOnce,
+                 sizeof atOnce);
+}
+
+/// Answers once the whole request is there: closing before that would be a reset.
+void ScriptedServer::serve(QTcpSocket* socket, const QByteArray& answer, Then then)
+{
+    QObject::connect(socket, &QTcpSocket::readyRead, socket, [this, socket, answer, then] {
+        if (!socket->peek(65536).contains("\r\n\r\n")) {
+            return;
+        }
+        socket->readAll();
+        socket->write(answer);
+        if (then == Then::Reset) {
+            socket->flush();
+            resetOnClose(*socket);
+            socket->abort();
+        } else if (then == Then::Close) {
+            socket->disconnectFromHost();
+        }
+        ++answered;
+    });
+    QObject::connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
+}
+
+QByteArray httpHeaders(int bodySize)
+{
+    return "HTTP/1.1 200 OK\r\nContent-Type: application/octet-stream\r\nContent-Length: " +
+           QByteArray::number(bodySize) + "\r\n\r\n";
 }
 
 // ---- RefusingPort ------------------------------------------------------------------------------

@@ -5,7 +5,10 @@
 #include <QtCore/QString>
 #include <QtCore/QThread>
 
+#include <atomic>
+
 class QTcpServer;
+class QTcpSocket;
 
 /// A process that dies with the test, also when the test is killed.
 class ChildProcess : public QProcess
@@ -49,25 +52,39 @@ private:
     quint16 tlsPort = 0;
 };
 
-/// A server that breaks off: it announces all bytes of a body, sends the first ones and closes.
-/// Answers every request alike, on a thread of its own.
-class BreakingServer
+/// A server that answers every request with the same bytes, whatever they are, on a thread of its
+/// own. It serves /item and every other path alike.
+class ScriptedServer
 {
 public:
-    /// @param body  what a whole answer would be
-    /// @param sent  how many of its bytes are sent
-    BreakingServer(const QByteArray& body, int sent);
-    ~BreakingServer();
-    BreakingServer(const BreakingServer&) = delete;
-    BreakingServer& operator=(const BreakingServer&) = delete;
+    /// What becomes of a connection when the answer is sent.
+    enum class Then
+    {
+        Close,
+        Reset, ///< the connection is cut off, and with it what was not taken yet
+        Hold,  ///< it is held open in silence, until the client closes it
+    };
+
+    ScriptedServer(const QByteArray& answer, Then then);
+    ~ScriptedServer();
+    ScriptedServer(const ScriptedServer&) = delete;
+    ScriptedServer& operator=(const ScriptedServer&) = delete;
 
     QString url() const;
+    /// How many answers were given so far.
+    int answers() const;
 
 private:
+    void serve(QTcpSocket* socket, const QByteArray& answer, Then then);
+
     QThread thread;
     QTcpServer* server; ///< lives on `thread`
     quint16 port = 0;
+    std::atomic_int answered{0};
 };
+
+/// The beginning of a whole answer: a status line and headers for so many bytes.
+QByteArray httpHeaders(int bodySize);
 
 /// A TCP port of loopback that refuses connections while this object lives.
 class RefusingPort

@@ -1,9 +1,10 @@
-// Copies a file into a FIFO: pipewriter FIFO FILE FIRST CHUNK PAUSE_MS TIMES HEADER SILENCE
+// Copies a file into a FIFO: pipewriter FIFO FILE FIRST CHUNK PAUSE_MS TIMES HEADER SILENCE DEATH
 //
 // The first write has FIRST bytes, all others CHUNK, each with a pause behind it; the file is
 // copied TIMES times, its first HEADER bytes only once, and SILENCE zero bytes follow. Says
 // "opened" when the FIFO has a reader and "written" when all is in it, and then holds the FIFO open
-// until its standard input ends. Ends with status 0, or with 1 and a reason on stderr.
+// until its standard input ends. Ends with status 0, or with 1 and a reason on stderr. Kills itself
+// when DEATH bytes are written, unless that is negative.
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -12,6 +13,7 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstdint>
 #include <cstdlib>
 #include <iostream>
 #include <system_error>
@@ -24,15 +26,22 @@ static int fail(const char* what)
     return EXIT_FAILURE;
 }
 
+/// How many bytes may still be written before this process kills itself.
+static std::size_t bytesToLive = SIZE_MAX;
+
 static bool writeAll(int fifo, const char* bytes, std::size_t size)
 {
     while (size > 0) {
-        const ssize_t written = ::write(fifo, bytes, size);
+        const ssize_t written = ::write(fifo, bytes, std::min(size, bytesToLive));
         if (written < 0) {
             return false;
         }
         bytes += written;
         size -= static_cast<std::size_t>(written);
+        bytesToLive -= static_cast<std::size_t>(written);
+        if (bytesToLive == 0) {
+            static_cast<void>(std::raise(SIGKILL));
+        }
     }
     return true;
 }
@@ -88,8 +97,9 @@ static unsigned long number(const char* text)
 
 int main(int argc, char** argv)
 {
-    if (argc != 9) {
-        std::cerr << "usage: pipewriter FIFO FILE FIRST CHUNK PAUSE_MS TIMES HEADER SILENCE\n";
+    if (argc != 10) {
+        std::cerr
+            << "usage: pipewriter FIFO FILE FIRST CHUNK PAUSE_MS TIMES HEADER SILENCE DEATH\n";
         return EXIT_FAILURE;
     }
     static_cast<void>(std::signal(SIGPIPE, SIG_IGN)); // a reader that goes is an error of write()
@@ -106,6 +116,12 @@ int main(int argc, char** argv)
         return fail("open");
     }
     std::cout << "opened" << std::endl;
+    if (*argv[9] != '-') {
+        bytesToLive = number(argv[9]);
+    }
+    if (bytesToLive == 0) {
+        static_cast<void>(std::raise(SIGKILL));
+    }
     if (!copy(readAll(source), fifo, manner)) {
         return fail("write");
     }

@@ -42,9 +42,6 @@ private Q_SLOTS:
 
     void deviceThatCannotBeOpenedIsReported_data();
     void deviceThatCannotBeOpenedIsReported();
-    void deviceThatRefusesIsReported_data();
-    void deviceThatRefusesIsReported();
-    void deviceThatVanishesIsReported();
 
     void errorGivesTheDeviceBack();
 
@@ -393,62 +390,6 @@ void TestPlayback::deviceThatCannotBeOpenedIsReported()
     QCOMPARE(probe.finish(), QStringList(notOpened));
 
     // The next player of the process is none the worse.
-    VirtualCard card("card");
-    PlayerProbe next(makePlayer(item, card.device()));
-    QVERIFY(next->startPlayback());
-    QCOMPARE(next.finish(), ended());
-    QVERIFY(heard(card) == sound.samples);
-}
-
-void TestPlayback::deviceThatRefusesIsReported_data()
-{
-    QTest::addColumn<QString>("refuse");
-    QTest::addColumn<bool>("starts");
-    QTest::addColumn<QString>("outcome");
-    QTest::newRow("open") << "open" << false
-                          << notOpened + QString(" Device is being used by another application.");
-    QTest::newRow("format") << "format" << true
-                            << "error token: Could not get/set settings from/on resource.";
-    QTest::newRow("rate") << "rate" << true
-                          << "error token: Could not get/set settings from/on resource.";
-}
-
-void TestPlayback::deviceThatRefusesIsReported()
-{
-    QFETCH(QString, refuse);
-    QFETCH(bool, starts);
-    QFETCH(QString, outcome);
-    VirtualCard::Settings settings;
-    settings.refuse = refuse;
-    VirtualCard refusing("refusing", settings);
-    PlayerProbe probe(makePlayer(item, refusing.device()));
-    QCOMPARE(probe->startPlayback(), starts);
-    QCOMPARE(probe.finish(), QStringList(outcome));
-    if (starts) {
-        // The sink keeps the caps that the card refused, every other time.
-        overlookLeakedGstObject(QStringLiteral("GstCaps"));
-    }
-
-    VirtualCard card("card");
-    PlayerProbe next(makePlayer(item, card.device()));
-    QVERIFY(next->startPlayback());
-    QCOMPARE(next.finish(), ended());
-    QVERIFY(heard(card) == sound.samples);
-}
-
-void TestPlayback::deviceThatVanishesIsReported()
-{
-    VirtualCard::Settings settings;
-    settings.vanishAfter = 9600;
-    VirtualCard vanishing("vanishing", settings);
-    PlayerProbe probe(makePlayer(item, vanishing.device()));
-    QVERIFY(probe->startPlayback());
-    QCOMPARE(
-        probe.finish(),
-        QStringList(
-            "error token: Error outputting to audio device. The device has been disconnected."));
-    QVERIFY(heard(vanishing) == sound.samples.left(4 * 9600));
-
     VirtualCard card("card");
     PlayerProbe next(makePlayer(item, card.device()));
     QVERIFY(next->startPlayback());

@@ -33,8 +33,6 @@ private Q_SLOTS:
     void failureIsReported();
     void unknownCertificateIsRefused();
     void refusedConnectionIsReported();
-    void brokenConnectionIsReported_data();
-    void brokenConnectionIsReported();
     void playerDeletedWhileConnectingIsSilent();
 
     void loopingWithRangesPlaysAgain();
@@ -183,27 +181,6 @@ void TestWeb::refusedConnectionIsReported()
     QVERIFY2(isOneOf({"Could not establish connection to server.", "Internal data stream error."},
                      outcomes),
              qPrintable(outcomes.join('\n')));
-}
-
-void TestWeb::brokenConnectionIsReported_data()
-{
-    QTest::addColumn<int>("sent");
-    QTest::newRow("inside the header") << 20;
-    QTest::newRow("after the header") << 44;
-    QTest::newRow("in the middle") << 96000;
-}
-
-void TestWeb::brokenConnectionIsReported()
-{
-    QFETCH(int, sent);
-    // GStreamer asks for the rest, which this server does not know to send.
-    const BreakingServer breaking(media::wavBytes(sound), sent);
-    VirtualCard card("web");
-    PlayerProbe probe(new UriSimplePlayer(breaking.url(), "token", card.device()));
-    QVERIFY(probe->startPlayback());
-    QCOMPARE(probe.finish(), QStringList("error token: Server does not support seeking."));
-    QVERIFY(
-        sound.samples.startsWith(media::withoutTrailingSilence(card.samples(), sound.frameSize())));
 }
 
 void TestWeb::playerDeletedWhileConnectingIsSilent()
