@@ -70,24 +70,24 @@ static QStringList play(const ScriptedServer& server, const VirtualCard& card)
 void TestWebFaults::badAnswerIsReported_data()
 {
     QTest::addColumn<QByteArray>("answer");
+    // libsoup 2 and 3 have different words for what is no HTTP.
+    const QString noHttp("Server sent bad data\\.|Internal data stream error\\.");
     QTest::addColumn<QString>("reason");
     QTest::newRow("404") << status("404 Not Found") << "Not Found";
     QTest::newRow("403") << status("403 Forbidden") << "Forbidden";
     QTest::newRow("500") << status("500 Internal Server Error") << "Internal Server Error";
     QTest::newRow("redirected for ever")
-        << status("302 Found", "Location: /item\r\nConnection: close\r\n") << "Found";
+        << status("302 Found", "Location: /item\r\nConnection: close\r\n")
+        << "Found|Internal data stream error\\.";
     QTest::newRow("redirected to nowhere") << status("302 Found") << "Found";
-    QTest::newRow("nothing at all") << QByteArray() << "Internal data stream error.";
-    QTest::newRow("rubbish") << QByteArray("\0\1\2rubbish\r\n\r\n", 14)
-                             << "Internal data stream error.";
-    QTest::newRow("half a status line")
-        << QByteArray("HTTP/1.1 2") << "Internal data stream error.";
-    QTest::newRow("half the headers")
-        << QByteArray("HTTP/1.1 200 OK\r\nContent-Le") << "Internal data stream error.";
-    QTest::newRow("no body") << httpHeaders(0) << "Stream doesn't contain enough data.";
-    QTest::newRow("announced and not sent") << httpHeaders(100000) << "Internal data stream error.";
+    QTest::newRow("nothing at all") << QByteArray() << noHttp;
+    QTest::newRow("rubbish") << QByteArray("\0\1\2rubbish\r\n\r\n", 14) << noHttp;
+    QTest::newRow("half a status line") << QByteArray("HTTP/1.1 2") << noHttp;
+    QTest::newRow("half the headers") << QByteArray("HTTP/1.1 200 OK\r\nContent-Le") << noHttp;
+    QTest::newRow("no body") << httpHeaders(0) << "Stream doesn't contain enough data\\.";
+    QTest::newRow("announced and not sent") << httpHeaders(100000) << noHttp;
     QTest::newRow("rubbish for a body")
-        << httpHeaders(65536) + QByteArray(65536, '\0') << "Could not determine type of stream.";
+        << httpHeaders(65536) + QByteArray(65536, '\0') << "Could not determine type of stream\\.";
 }
 
 void TestWebFaults::badAnswerIsReported()
@@ -97,7 +97,10 @@ void TestWebFaults::badAnswerIsReported()
     const VirtualCard card("web");
     {
         const ScriptedServer server(answer, Then::Close);
-        QCOMPARE(play(server, card), QStringList("error token: " + reason));
+        const QStringList outcomes = play(server, card);
+        QCOMPARE(outcomes.size(), 1);
+        const QRegularExpression expected("^error token: (" + reason + ")$");
+        QVERIFY2(expected.match(outcomes.first()).hasMatch(), qPrintable(outcomes.first()));
     }
     QCOMPARE(card.frames(), qint64(0));
     QCOMPARE(flawOfNextPlayer(Source::Uri), QString());
