@@ -114,7 +114,10 @@ static QByteArray heardOn(const VirtualCard& card)
 
 void TestLimits::startWithFewDescriptorsHasOneOutcome_data()
 {
-#ifdef __SANITIZE_ADDRESS__
+#if defined(__SANITIZE_THREAD__)
+    QSKIP("GStreamer's own synchronisation is invisible in a process that does not count its "
+          "objects");
+#elif defined(__SANITIZE_ADDRESS__)
     QSKIP("UndefinedBehaviorSanitizer looks at memory through pipes, which take descriptors");
 #endif
     QTest::addColumn<QString>("source");

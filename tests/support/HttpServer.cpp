@@ -140,11 +140,12 @@ ScriptedServer::ScriptedServer(const QByteArray& answer, Then then) : server(new
 {
     server->listen(QHostAddress::LocalHost);
     port = server->serverPort();
-    QObject::connect(server, &QTcpServer::newConnection, server, [this, answer, then] {
-        while (QTcpSocket* socket = server->nextPendingConnection()) {
-            serve(socket, answer, then);
-        }
-    });
+    QObject::connect(server, &QTcpServer::newConnection, server,
+                     [listening = server, answer, then, counter = answered] {
+                         while (QTcpSocket* socket = listening->nextPendingConnection()) {
+                             serve(socket, answer, then, counter);
+                         }
+                     });
     server->moveToThread(&thread);
     QObject::connect(&thread, &QThread::finished, server, &QObject::deleteLater);
     thread.start();
@@ -163,7 +164,7 @@ QString ScriptedServer::url() const
 
 int ScriptedServer::answers() const
 {
-    return answered;
+    return *answered;
 }
 
 /// Has the kernel cut the connection off when it is closed.
@@ -175,9 +176,10 @@ static void resetOnClose(const QTcpSocket& socket)
 }
 
 /// Answers once the whole request is there: closing before that would be a reset.
-void ScriptedServer::serve(QTcpSocket* socket, const QByteArray& answer, Then then)
+void ScriptedServer::serve(QTcpSocket* socket, const QByteArray& answer, Then then,
+                           const Counter& answered)
 {
-    QObject::connect(socket, &QTcpSocket::readyRead, socket, [this, socket, answer, then] {
+    QObject::connect(socket, &QTcpSocket::readyRead, socket, [socket, answer, then, answered] {
         if (!socket->peek(65536).contains("\r\n\r\n")) {
             return;
         }
@@ -190,7 +192,7 @@ void ScriptedServer::serve(QTcpSocket* socket, const QByteArray& answer, Then th
         } else if (then == Then::Close) {
             socket->disconnectFromHost();
         }
-        ++answered;
+        ++*answered;
     });
     QObject::connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
 }

@@ -6,6 +6,7 @@
 #include <QtCore/QThread>
 
 #include <atomic>
+#include <memory>
 
 class QTcpServer;
 class QTcpSocket;
@@ -75,12 +76,15 @@ public:
     int answers() const;
 
 private:
-    void serve(QTcpSocket* socket, const QByteArray& answer, Then then);
+    using Counter = std::shared_ptr<std::atomic_int>;
+
+    static void serve(QTcpSocket* socket, const QByteArray& answer, Then then,
+                      const Counter& answered);
 
     QThread thread;
-    QTcpServer* server; ///< lives on `thread`
+    QTcpServer* server; ///< lives on `thread`, which touches nothing of this object itself
     quint16 port = 0;
-    std::atomic_int answered{0};
+    Counter answered = std::make_shared<std::atomic_int>(0);
 };
 
 /// The beginning of a whole answer: a status line and headers for so many bytes.
