@@ -1,4 +1,5 @@
 #include "unit/DecoderPads.h"
+#include "unit/OpenEngines.h"
 #include "unit/TestEngine.h"
 
 #include "support/GstLeaks.h"
@@ -7,7 +8,6 @@
 #include "support/TestProcess.h"
 
 #include <simplePlayer/DataSimplePlayer.h>
-#include <simplePlayer/DataSimplePlayer_p.h>
 
 #include <gst/app/gstappsrc.h>
 
@@ -20,32 +20,12 @@
 
 namespace {
 
-/// The data engine with its members within reach.
-class OpenEngine : public DataSimplePlayerImpl
-{
-public:
-    using DataSimplePlayerImpl::appsrc;
-    using DataSimplePlayerImpl::data;
-    using DataSimplePlayerImpl::dataPlayer;
-    using DataSimplePlayerImpl::DataSimplePlayerImpl;
-    using DataSimplePlayerImpl::decodebin;
-    using DataSimplePlayerImpl::device;
-    using DataSimplePlayerImpl::endReported;
-    using DataSimplePlayerImpl::initialized;
-    using DataSimplePlayerImpl::offset;
-    using DataSimplePlayerImpl::pipeline;
-    using DataSimplePlayerImpl::player;
-    using DataSimplePlayerImpl::queue;
-    using DataSimplePlayerImpl::sink;
-    using DataSimplePlayerImpl::token;
-};
-
 /// A front object and an open engine for it. The front object's own engine stays unused.
 struct Scene
 {
     explicit Scene(const QByteArray& bytes, const QString& device = QStringLiteral("null"))
         : front("unused", QStringLiteral("front"), QString()),
-          engine(new OpenEngine(bytes, QStringLiteral("T"), device, &front))
+          engine(new OpenDataEngine(bytes, QStringLiteral("T"), device, &front))
     {
         log.clear();
     }
@@ -70,7 +50,7 @@ struct Scene
 
     LogCapture log;
     DataSimplePlayer front;
-    std::unique_ptr<OpenEngine> engine;
+    std::unique_ptr<OpenDataEngine> engine;
 };
 
 /// Keeps every buffer that any appsrc is given while this lives, like an element that is slow.
@@ -250,7 +230,7 @@ void TestDataEngine::constructionSharesTheArrayAndLogsNothingMore()
     DataSimplePlayer front("unused", QStringLiteral("front"), QString());
     log.clear();
     const QByteArray bytes = makeTenBytes();
-    const OpenEngine engine(bytes, QStringLiteral("T"), QStringLiteral("device"), &front);
+    const OpenDataEngine engine(bytes, QStringLiteral("T"), QStringLiteral("device"), &front);
     QCOMPARE(
         log.lines(),
         (QStringList{enterLine("TRACE", "SimplePlayerImpl::SimplePlayerImpl", "constructor T"),
@@ -281,7 +261,7 @@ void TestDataEngine::emptyArrayIsLoggedOnceAtConstruction()
     LogCapture log;
     DataSimplePlayer front("unused", QStringLiteral("front"), QString());
     QCOMPARE(log.texts("ERROR"), QStringList());
-    OpenEngine engine(bytes, QStringLiteral("T"), QStringLiteral("null"), &front);
+    OpenDataEngine engine(bytes, QStringLiteral("T"), QStringLiteral("null"), &front);
     QCOMPARE(log.lines().last(), "ERROR " + message.first());
     QVERIFY(engine.setupGstPipeline());
     engine.feedDataCallback(4);
@@ -710,7 +690,7 @@ void TestDataEngine::pushRefusedDuringDestructionIsNotReported()
     Scene scene(tenBytes);
     QVERIFY(scene.build());
     const Outcomes outcomes(&scene.front);
-    OpenEngine* const engine = scene.engine.get();
+    OpenDataEngine* const engine = scene.engine.get();
     int requests = 0;
     std::function<void()> action = [&requests, engine] {
         ++requests;

@@ -1,14 +1,12 @@
+#include "unit/OpenEngines.h"
 #include "unit/TestEngine.h"
 
 #include "support/Outcomes.h"
 #include "support/TestProcess.h"
 
 #include <simplePlayer/DataSimplePlayer.h>
-#include <simplePlayer/DataSimplePlayer_p.h>
 #include <simplePlayer/StreamSimplePlayer.h>
-#include <simplePlayer/StreamSimplePlayer_p.h>
 #include <simplePlayer/UriSimplePlayer.h>
-#include <simplePlayer/UriSimplePlayer_p.h>
 
 #include <QtCore/QMetaMethod>
 #include <QtCore/QThread>
@@ -126,51 +124,6 @@ QByteArray describe(const QMetaMethod& method)
     return QByteArray(accesses[method.access()]) + ' ' + types[method.methodType()] + ' ' +
            method.methodSignature() + ' ' + method.parameterNames().join(',');
 }
-
-/// Reaches the protected members of the URI engine.
-class OpenUriEngine : public UriSimplePlayerImpl
-{
-public:
-    using UriSimplePlayerImpl::endReported;
-    using UriSimplePlayerImpl::initialized;
-    using UriSimplePlayerImpl::pipeline;
-    using UriSimplePlayerImpl::player;
-    using UriSimplePlayerImpl::queue;
-    using UriSimplePlayerImpl::sink;
-    using UriSimplePlayerImpl::uri;
-    using UriSimplePlayerImpl::uriDecodeBin;
-    using UriSimplePlayerImpl::uriPlayer;
-    using UriSimplePlayerImpl::UriSimplePlayerImpl;
-};
-
-/// Reaches the protected members of the data engine.
-class OpenDataEngine : public DataSimplePlayerImpl
-{
-public:
-    using DataSimplePlayerImpl::appsrc;
-    using DataSimplePlayerImpl::data;
-    using DataSimplePlayerImpl::dataPlayer;
-    using DataSimplePlayerImpl::DataSimplePlayerImpl;
-    using DataSimplePlayerImpl::decodebin;
-    using DataSimplePlayerImpl::offset;
-    using DataSimplePlayerImpl::queue;
-    using DataSimplePlayerImpl::sink;
-};
-
-/// Reaches the protected members of the stream engine.
-class OpenStreamEngine : public StreamSimplePlayerImpl
-{
-public:
-    using StreamSimplePlayerImpl::appsrc;
-    using StreamSimplePlayerImpl::caps;
-    using StreamSimplePlayerImpl::decodebin;
-    using StreamSimplePlayerImpl::pipe;
-    using StreamSimplePlayerImpl::pipeName;
-    using StreamSimplePlayerImpl::queue;
-    using StreamSimplePlayerImpl::sink;
-    using StreamSimplePlayerImpl::streamPlayer;
-    using StreamSimplePlayerImpl::StreamSimplePlayerImpl;
-};
 
 } // namespace
 

@@ -1,4 +1,5 @@
 #include "unit/DecoderPads.h"
+#include "unit/OpenEngines.h"
 #include "unit/TestEngine.h"
 
 #include "support/GstLeaks.h"
@@ -10,7 +11,6 @@
 
 #include <core/KovaNamedPipe.h>
 #include <simplePlayer/StreamSimplePlayer.h>
-#include <simplePlayer/StreamSimplePlayer_p.h>
 
 #include <QtCore/QDir>
 #include <QtCore/QFile>
@@ -33,22 +33,11 @@
 
 namespace {
 
-/// The stream engine with its members within reach.
-class OpenEngine : public StreamSimplePlayerImpl
+/// The stream engine, whose slots a test may call.
+class OpenEngine : public OpenStreamEngine
 {
 public:
-    using StreamSimplePlayerImpl::appsrc;
-    using StreamSimplePlayerImpl::caps;
-    using StreamSimplePlayerImpl::decodebin;
-    using StreamSimplePlayerImpl::endReported;
-    using StreamSimplePlayerImpl::initialized;
-    using StreamSimplePlayerImpl::pipe;
-    using StreamSimplePlayerImpl::pipeline;
-    using StreamSimplePlayerImpl::pipeName;
-    using StreamSimplePlayerImpl::queue;
-    using StreamSimplePlayerImpl::sink;
-    using StreamSimplePlayerImpl::streamPlayer;
-    using StreamSimplePlayerImpl::StreamSimplePlayerImpl;
+    using OpenStreamEngine::OpenStreamEngine;
 
     void activate(int sock = 7)
     {

@@ -1,3 +1,4 @@
+#include "unit/OpenEngines.h"
 #include "unit/TestEngine.h"
 
 #include "support/GstFaults.h"
@@ -8,7 +9,6 @@
 #include "support/TestProcess.h"
 
 #include <simplePlayer/UriSimplePlayer.h>
-#include <simplePlayer/UriSimplePlayer_p.h>
 
 #include <QtCore/QDir>
 #include <QtTest/QtTest>
@@ -17,35 +17,19 @@
 
 namespace {
 
-/// The URI engine with its members within reach.
-class OpenEngine : public UriSimplePlayerImpl
-{
-public:
-    using UriSimplePlayerImpl::endReported;
-    using UriSimplePlayerImpl::initialized;
-    using UriSimplePlayerImpl::pipeline;
-    using UriSimplePlayerImpl::player;
-    using UriSimplePlayerImpl::queue;
-    using UriSimplePlayerImpl::sink;
-    using UriSimplePlayerImpl::uri;
-    using UriSimplePlayerImpl::uriDecodeBin;
-    using UriSimplePlayerImpl::uriPlayer;
-    using UriSimplePlayerImpl::UriSimplePlayerImpl;
-};
-
 /// A front object and an open engine for it. The front object's own engine stays unused.
 struct Scene
 {
     explicit Scene(const QString& item, const QString& device = QStringLiteral("null"))
         : front(QString(), QStringLiteral("front"), QString()),
-          engine(new OpenEngine(item, QStringLiteral("T"), device, &front))
+          engine(new OpenUriEngine(item, QStringLiteral("T"), device, &front))
     {
         log.clear();
     }
 
     LogCapture log;
     UriSimplePlayer front;
-    std::unique_ptr<OpenEngine> engine;
+    std::unique_ptr<OpenUriEngine> engine;
 };
 
 /// Stands in for uridecodebin: it takes a URI and never finds anything there.
@@ -188,7 +172,7 @@ void TestUriEngine::uriIsMadeFromTheItem()
     LogCapture log;
     UriSimplePlayer front(QString(), QStringLiteral("front"), QString());
     log.clear();
-    OpenEngine engine(item, QStringLiteral("T"), QStringLiteral("device"), &front);
+    OpenUriEngine engine(item, QStringLiteral("T"), QStringLiteral("device"), &front);
     QCOMPARE(engine.uri, uri);
     QCOMPARE(engine.uriPlayer, &front);
     QCOMPARE(log.lines().mid(2),
@@ -218,7 +202,7 @@ void TestUriEngine::missingFileIsLoggedAsTheClientNamedIt()
     LogCapture log;
     UriSimplePlayer front(QStringLiteral("a b.wav"), QStringLiteral("front"), QString());
     log.clear();
-    OpenEngine engine(item, QStringLiteral("T"), QStringLiteral("device"), &front);
+    OpenUriEngine engine(item, QStringLiteral("T"), QStringLiteral("device"), &front);
     QVERIFY(engine.uri.isNull());
     QCOMPARE(log.lines().mid(2),
              (QStringList{enterLine("TRACE", "makeUriFromPath", qPrintable("path: " + item)),
@@ -423,7 +407,7 @@ void TestUriEngine::chainThatCannotBeLinkedEndsTheBuilding()
 }
 
 /// A pad such as uridecodebin announces, added to the engine's decoder.
-static GstPad* announcePad(OpenEngine& engine, const char* caps)
+static GstPad* announcePad(OpenUriEngine& engine, const char* caps)
 {
     GstCaps* padCaps = gst_caps_from_string(caps);
     GstPadTemplate* padTemplate = gst_pad_template_new("src", GST_PAD_SRC, GST_PAD_ALWAYS, padCaps);
@@ -502,7 +486,7 @@ static void event_keeper_init(EventKeeper*)
 {
 }
 
-static EventKeeper* putInPlaceOfTheDecoder(OpenEngine& engine, bool handles)
+static EventKeeper* putInPlaceOfTheDecoder(OpenUriEngine& engine, bool handles)
 {
     auto* keeper = static_cast<EventKeeper*>(g_object_new(event_keeper_get_type(), nullptr));
     keeper->handles = handles;

@@ -1,14 +1,12 @@
+#include "unit/OpenEngines.h"
 #include "unit/TestEngine.h"
 
 #include "support/LogCapture.h"
 #include "support/TestProcess.h"
 
 #include <simplePlayer/DataSimplePlayer.h>
-#include <simplePlayer/DataSimplePlayer_p.h>
 #include <simplePlayer/StreamSimplePlayer.h>
-#include <simplePlayer/StreamSimplePlayer_p.h>
 #include <simplePlayer/UriSimplePlayer.h>
-#include <simplePlayer/UriSimplePlayer_p.h>
 
 #include <gst/app/gstappsrc.h>
 
@@ -33,44 +31,6 @@ private Q_SLOTS:
 };
 
 namespace {
-
-class OpenUriEngine : public UriSimplePlayerImpl
-{
-public:
-    using UriSimplePlayerImpl::queue;
-    using UriSimplePlayerImpl::sink;
-    using UriSimplePlayerImpl::uri;
-    using UriSimplePlayerImpl::uriDecodeBin;
-    using UriSimplePlayerImpl::uriPlayer;
-    using UriSimplePlayerImpl::UriSimplePlayerImpl;
-};
-
-class OpenDataEngine : public DataSimplePlayerImpl
-{
-public:
-    using DataSimplePlayerImpl::appsrc;
-    using DataSimplePlayerImpl::data;
-    using DataSimplePlayerImpl::dataPlayer;
-    using DataSimplePlayerImpl::DataSimplePlayerImpl;
-    using DataSimplePlayerImpl::decodebin;
-    using DataSimplePlayerImpl::offset;
-    using DataSimplePlayerImpl::queue;
-    using DataSimplePlayerImpl::sink;
-};
-
-class OpenStreamEngine : public StreamSimplePlayerImpl
-{
-public:
-    using StreamSimplePlayerImpl::appsrc;
-    using StreamSimplePlayerImpl::caps;
-    using StreamSimplePlayerImpl::decodebin;
-    using StreamSimplePlayerImpl::pipe;
-    using StreamSimplePlayerImpl::pipeName;
-    using StreamSimplePlayerImpl::queue;
-    using StreamSimplePlayerImpl::sink;
-    using StreamSimplePlayerImpl::streamPlayer;
-    using StreamSimplePlayerImpl::StreamSimplePlayerImpl;
-};
 
 const QByteArray tenBytes("0123456789");
 
