@@ -1,9 +1,9 @@
 #include "Usage.h"
 
 #include "support/GstLeaks.h"
+#include "support/Holdings.h"
 #include "support/PlayerProbe.h"
 
-#include <QtCore/QDir>
 #include <QtCore/QFile>
 
 #include <algorithm>
@@ -16,13 +16,6 @@ const std::array<Quantity, 4> judgedQuantities = {{
     {"objects", &Usage::objects, 0, 4}, // GStreamer itself loses a pair of pads now and then
     {"heap", &Usage::heap, 400, 32768},
 }};
-
-static qint64 entriesOf(const char* folder)
-{
-    return QDir(QString::fromLatin1(folder))
-        .entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot)
-        .size();
-}
 
 static qint64 residentBytes()
 {
@@ -40,8 +33,9 @@ Usage measureUsage(qint64 plays)
     }
     Usage usage;
     usage.plays = plays;
-    usage.descriptors = entriesOf("/proc/self/fd");
-    usage.threads = entriesOf("/proc/self/task");
+    const Holdings held = Holdings::now();
+    usage.descriptors = held.descriptors;
+    usage.threads = held.threads;
     usage.objects = liveGstObjects().size();
     malloc_trim(0);
     usage.heap = static_cast<qint64>(mallinfo2().uordblks);

@@ -1,7 +1,6 @@
 #include "support/PlayerProbe.h"
 
-#include <QtCore/QCoreApplication>
-#include <QtCore/QTimer>
+#include "support/LogCapture.h"
 
 PlayerProbe::PlayerProbe(SimplePlayer* playerToHold) : player(playerToHold), outcomes(playerToHold)
 {
@@ -22,36 +21,17 @@ QStringList PlayerProbe::finish()
     return destroy();
 }
 
+bool PlayerProbe::pauseAndSettle() const
+{
+    const LogCapture log;
+    const QString atRest("old: PLAYING new: PAUSED pending: VOID_PENDING");
+    return player->pausePlayback() &&
+           waitFor([&] { return log.texts("TRACE").filter(atRest).size() == 1; });
+}
+
 QStringList PlayerProbe::destroy()
 {
     player.reset();
     deliverQueuedEvents();
     return outcomes.all;
-}
-
-bool waitFor(const std::function<bool()>& condition)
-{
-    QTimer deadline;
-    deadline.setSingleShot(true);
-    deadline.start(patience);
-    // Wakes the loop for conditions that no event announces.
-    QTimer poll;
-    poll.start(1);
-    while (!condition() && deadline.isActive()) {
-        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
-    }
-    return condition();
-}
-
-void deliverQueuedEvents()
-{
-    // Events are delivered in the order in which they were posted: ours is the last of them.
-    QObject context;
-    bool delivered = false;
-    QMetaObject::invokeMethod(
-        &context, [&delivered] { delivered = true; }, Qt::QueuedConnection);
-    while (!delivered) {
-        QCoreApplication::processEvents();
-    }
-    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
 }

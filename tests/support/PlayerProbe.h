@@ -4,7 +4,6 @@
 #include "support/Outcomes.h"
 #include "support/Waiting.h"
 
-#include <functional>
 #include <memory>
 
 /// Holds one player and what it reports, on the thread that makes it.
@@ -28,18 +27,14 @@ public:
     /// @return all outcomes of the player's life, as Outcomes writes them
     QStringList finish();
 
+    /// Pauses and waits until the whole pipeline has come to rest. @return whether it did
+    bool pauseAndSettle() const;
+
     /// Deletes the player now, silently, and runs the event loop dry. @return all its outcomes
     QStringList destroy();
 
     std::unique_ptr<SimplePlayer> player;
     Outcomes outcomes;
 };
-
-/// Runs the event loop until `condition` holds. @return whether it did in time
-/// QTest::qWaitFor would sleep 10 ms between any two messages of a pipeline.
-bool waitFor(const std::function<bool()>& condition);
-
-/// Runs the event loop until everything that is queued now, and GLib has ready, was delivered.
-void deliverQueuedEvents();
 
 #endif

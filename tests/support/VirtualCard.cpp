@@ -1,6 +1,7 @@
 #include "support/VirtualCard.h"
 
 #include "support/TestProcess.h"
+#include "support/Waiting.h"
 
 #include <QtCore/QDateTime>
 #include <QtCore/QFile>
@@ -103,6 +104,13 @@ static void writeConfiguration(LivingCards& cards)
     }
 }
 
+VirtualCard::Settings VirtualCard::Settings::standingStill()
+{
+    Settings settings;
+    settings.stallAfter = 4800;
+    return settings;
+}
+
 VirtualCard::VirtualCard(const QString& cardName, const Settings& settings) : name(cardName)
 {
     static const QRegularExpression allowed(QStringLiteral("^[A-Za-z0-9_-]+$"));
@@ -196,6 +204,11 @@ qint64 VirtualCard::frames(int file) const
 {
     const Wav wav = readWav(wavPath(name, file));
     return wav.samples.size() / qMax(1, wav.frameSize());
+}
+
+bool VirtualCard::waitForFrames(qint64 count) const
+{
+    return waitFor([this, count] { return frames() >= count; });
 }
 
 QString VirtualCard::format(int file) const

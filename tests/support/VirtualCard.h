@@ -30,6 +30,9 @@ public:
         /// Whether a client that writes too late gets an underrun, as on hardware. Otherwise the
         /// card waits for it, so that all sound arrives however busy the machine is.
         bool underruns = false;
+
+        /// A card that stands still after a tenth of a second at 48 kHz: no longer item ends.
+        static Settings standingStill();
     };
 
     /// Something that was done with the card.
@@ -57,6 +60,8 @@ public:
     QByteArray samples(int file = 0) const;
     /// The same as a number of frames.
     qint64 frames(int file = 0) const;
+    /// Runs the event loop until so many were played. @return whether they were in time
+    bool waitForFrames(qint64 count) const;
     /// How the samples are stored: "U8", "S16", "S24" (three bytes), "S32", "F32" or "F64"; empty
     /// when nothing was recorded.
     QString format(int file = 0) const;

@@ -1,3 +1,4 @@
+#include "support/Holdings.h"
 #include "support/LogCapture.h"
 #include "support/Media.h"
 #include "support/PlayerProbe.h"
@@ -98,11 +99,6 @@ static media::Pcm heardSound(const VirtualCard& card)
                      card.channels(), QByteArray()};
     sound.samples = media::withoutTrailingSilence(card.samples(), sound.frameSize());
     return sound;
-}
-
-static bool waitForFrames(const VirtualCard& card, qint64 frames)
-{
-    return waitFor([&] { return card.frames() >= frames; });
 }
 
 /// How many ends of the item reached the engine, also those that are not reported any more.
@@ -219,7 +215,7 @@ void TestData::largeItemPlaysUntilStopped()
     const VirtualCard card("card");
     PlayerProbe probe(makePlayer(media::wavBytes(large), card));
     QVERIFY(probe->startPlayback());
-    QVERIFY(waitForFrames(card, 96000));
+    QVERIFY(card.waitForFrames(96000));
     QVERIFY(probe->stopPlayback());
     QCOMPARE(withoutRefusals(probe.finish()), stopped());
     QVERIFY(large.samples.startsWith(heard(card)));
@@ -345,7 +341,7 @@ void TestData::callerDoesWhatItLikesWithItsArray()
     const VirtualCard card("card");
     PlayerProbe probe(makePlayer(bytes, card));
     QVERIFY(probe->startPlayback());
-    QVERIFY(!playing || waitForFrames(card, 4800));
+    QVERIFY(!playing || card.waitForFrames(4800));
     if (deed == "changes") {
         bytes.fill('x');
     } else if (deed == "drops") {
@@ -363,7 +359,7 @@ void TestData::borrowedBytesMayGoOnceTheyAreHeard()
     PlayerProbe probe(
         makePlayer(QByteArray::fromRawData(lent.data(), static_cast<int>(lent.size())), card));
     QVERIFY(probe->startPlayback());
-    QVERIFY(waitForFrames(card, 1));
+    QVERIFY(card.waitForFrames(1));
     std::fill(lent.begin(), lent.end(), 'x');
     lent = std::vector<char>();
     QCOMPARE(probe.finish(), ended());
@@ -371,15 +367,6 @@ void TestData::borrowedBytesMayGoOnceTheyAreHeard()
 }
 
 // ---- Pause, stop and start ---------------------------------------------------------------------
-
-/// Pauses and waits until the whole pipeline has come to rest.
-static bool pauseAndWait(const PlayerProbe& probe)
-{
-    const LogCapture log;
-    const QString atRest("old: PLAYING new: PAUSED pending: VOID_PENDING");
-    return probe->pausePlayback() &&
-           waitFor([&] { return log.texts("TRACE").filter(atRest).size() == 1; });
-}
 
 void TestData::pauseHoldsAndStartResumes()
 {
@@ -390,8 +377,8 @@ void TestData::pauseHoldsAndStartResumes()
     const VirtualCard card("card", settings);
     PlayerProbe probe(makePlayer(media::wavBytes(large), card));
     QVERIFY(probe->startPlayback());
-    QVERIFY(waitForFrames(card, 4800));
-    QVERIFY(pauseAndWait(probe));
+    QVERIFY(card.waitForFrames(4800));
+    QVERIFY(probe.pauseAndSettle());
     QVERIFY(waitFor([&card] { return card.has("pause"); }));
     const qint64 before = card.frames();
     deliverQueuedEvents();
@@ -399,7 +386,7 @@ void TestData::pauseHoldsAndStartResumes()
     QCOMPARE(card.frames(), before);
 
     QVERIFY(probe->startPlayback());
-    QVERIFY(waitForFrames(card, before + 4800));
+    QVERIFY(card.waitForFrames(before + 4800));
     QVERIFY(probe->stopPlayback());
     QCOMPARE(withoutRefusals(probe.finish()), stopped());
     QVERIFY(large.samples.startsWith(heard(card)));
@@ -414,28 +401,20 @@ void TestData::pausedItemPlaysToItsEnd()
     const VirtualCard card("card", settings);
     PlayerProbe probe(makePlayer(item, card));
     QVERIFY(probe->startPlayback());
-    QVERIFY(waitForFrames(card, 4800));
-    QVERIFY(pauseAndWait(probe));
+    QVERIFY(card.waitForFrames(4800));
+    QVERIFY(probe.pauseAndSettle());
     QVERIFY(probe->startPlayback());
     QCOMPARE(probe.finish(), ended());
     QVERIFY(media::withoutSilence(card.samples(), sound.frameSize()) == sound.samples);
 }
 
-/// A card that stands still after a tenth of a second: no item comes to its end.
-static VirtualCard::Settings standingStill()
-{
-    VirtualCard::Settings settings;
-    settings.stallAfter = 4800;
-    return settings;
-}
-
 void TestData::stopAndStartPlaysFromTheBeginning()
 {
     const LogCapture log;
-    auto card = std::make_unique<VirtualCard>("card", standingStill());
+    auto card = std::make_unique<VirtualCard>("card", VirtualCard::Settings::standingStill());
     PlayerProbe probe(makePlayer(item, *card));
     QVERIFY(probe->startPlayback());
-    QVERIFY(waitForFrames(*card, 4800));
+    QVERIFY(card->waitForFrames(4800));
     QVERIFY(probe->stopPlayback());
     QVERIFY(probe.waitForOutcome());
     QVERIFY(heard(*card) == sound.samples.left(4 * 4800));
@@ -510,30 +489,6 @@ void TestData::oneArrayServesManyPlayers()
 // ---- Destruction -------------------------------------------------------------------------------
 
 namespace {
-
-/// What a process holds beyond its memory: its descriptors and threads. GLib keeps the threads of
-/// pipelines for a while, unless it is told not to.
-struct Holdings
-{
-    static Holdings now()
-    {
-        g_thread_pool_stop_unused_threads();
-        return {countIn("/proc/self/fd"), countIn("/proc/self/task")};
-    }
-
-    static int countIn(const char* folder)
-    {
-        return static_cast<int>(QDir(folder).entryList(QDir::AllEntries | QDir::System).size());
-    }
-
-    bool within(const Holdings& others) const
-    {
-        return descriptors <= others.descriptors && threads <= others.threads;
-    }
-
-    int descriptors;
-    int threads;
-};
 
 /// Brings a player that was just made into a state, and tells how often that is done.
 struct EarlyState
@@ -629,14 +584,14 @@ void TestData::destroyedLaterIsSilent_data()
         QTest::newRow(name) << LateState{enter, bytes, outcomes};
     };
     row("playing", item, {}, [](PlayerProbe& probe, const VirtualCard& card) {
-        return probe->startPlayback() && waitForFrames(card, 480);
+        return probe->startPlayback() && card.waitForFrames(480);
     });
     row("paused while it played", item, {}, [](PlayerProbe& probe, const VirtualCard& card) {
-        return probe->startPlayback() && waitForFrames(card, 480) && probe->pausePlayback();
+        return probe->startPlayback() && card.waitForFrames(480) && probe->pausePlayback();
     });
     row("stopped while it played", item, stopped(),
         [](PlayerProbe& probe, const VirtualCard& card) {
-            return probe->startPlayback() && waitForFrames(card, 480) && probe->stopPlayback() &&
+            return probe->startPlayback() && card.waitForFrames(480) && probe->stopPlayback() &&
                    probe.waitForOutcome();
         });
     const media::Pcm shortSound = media::noise(SampleFormat::S16, 48000, 2, 480);
@@ -653,7 +608,7 @@ void TestData::destroyedLaterIsSilent_data()
 void TestData::destroyedLaterIsSilent()
 {
     QFETCH(LateState, state);
-    const VirtualCard card("card", standingStill());
+    const VirtualCard card("card", VirtualCard::Settings::standingStill());
     PlayerProbe probe(makePlayer(state.bytes, card));
     QVERIFY(state.enter(probe, card));
     QCOMPARE(withoutRefusals(probe.destroy()), state.outcomes);

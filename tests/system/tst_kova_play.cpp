@@ -1266,6 +1266,18 @@ void TestKovaPlay::liveLineShowsFailing()
     QCOMPARE(program.finish(), 1);
 }
 
+/// Stops the items a and b with keys, and demands that nothing but the results is shown.
+static void skipBothItems(TerminalProgram& program)
+{
+    program.begin();
+    QVERIFY(waitFor([&] { return program.givesSingleKeys(); }));
+    program.type("s");
+    QVERIFY(program.waitForText("stopped a\r\n"));
+    program.type("q");
+    QCOMPARE(program.finish(), 0);
+    QCOMPARE(program.screen(), QByteArray("stopped a\r\nstopped b\r\n"));
+}
+
 void TestKovaPlay::dumbTerminalGetsPlainOutput_data()
 {
     QTest::addColumn<QString>("type");
@@ -1278,13 +1290,7 @@ void TestKovaPlay::dumbTerminalGetsPlainOutput()
     QFETCH(QString, type);
     TerminalProgram program({"--fake", "--loop", "a", "b"});
     program.set("TERM", type);
-    program.begin();
-    QVERIFY(waitFor([&] { return program.givesSingleKeys(); }));
-    program.type("s");
-    QVERIFY(program.waitForText("stopped a\r\n"));
-    program.type("q");
-    QCOMPARE(program.finish(), 0);
-    QCOMPARE(program.screen(), QByteArray("stopped a\r\nstopped b\r\n"));
+    skipBothItems(program);
 }
 
 void TestKovaPlay::nothingRunsIntoTheOutputOfAPipeline()
@@ -1292,13 +1298,7 @@ void TestKovaPlay::nothingRunsIntoTheOutputOfAPipeline()
     TerminalProgram program({});
     program.setProgram("bash");
     program.setArguments({"--norc", "-c", "\"$0\" --fake --loop a b | cat", kovaPlay()});
-    program.begin();
-    QVERIFY(waitFor([&] { return program.givesSingleKeys(); }));
-    program.type("s");
-    QVERIFY(program.waitForText("stopped a\r\n"));
-    program.type("q");
-    QCOMPARE(program.finish(), 0);
-    QCOMPARE(program.screen(), QByteArray("stopped a\r\nstopped b\r\n"));
+    skipBothItems(program);
 }
 
 void TestKovaPlay::errorsInAFileNeedNoTerminal()

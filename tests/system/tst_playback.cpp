@@ -166,23 +166,6 @@ void TestPlayback::deviceStaysOpenAfterTheEndUntilStop()
 
 // ---- Pause -------------------------------------------------------------------------------------
 
-/// Runs the event loop until the card has played a number of frames of S16 stereo.
-static bool waitForFrames(const VirtualCard& card, int frames)
-{
-    return waitFor([&card, frames] { return card.frames() >= frames; });
-}
-
-/// Pauses and waits until the whole pipeline has come to rest.
-static bool pauseAndWait(const PlayerProbe& probe)
-{
-    const LogCapture log;
-    return probe->pausePlayback() && waitFor([&log] {
-               return log.texts("TRACE")
-                          .filter(QStringLiteral("old: PLAYING new: PAUSED pending: VOID_PENDING"))
-                          .size() == 1;
-           });
-}
-
 void TestPlayback::pauseHoldsAndStartResumes()
 {
     // A slow card gives a busy machine time to pause before the end, and to go on without gaps.
@@ -191,8 +174,8 @@ void TestPlayback::pauseHoldsAndStartResumes()
     VirtualCard card("card", settings);
     PlayerProbe probe(makePlayer(item, card.device()));
     QVERIFY(probe->startPlayback());
-    QVERIFY(waitForFrames(card, 4800));
-    QVERIFY(pauseAndWait(probe));
+    QVERIFY(card.waitForFrames(4800));
+    QVERIFY(probe.pauseAndSettle());
     QVERIFY(waitFor([&card] { return card.has("pause"); }));
     const QByteArray before = heard(card);
     deliverQueuedEvents();
@@ -211,28 +194,20 @@ void TestPlayback::repeatedPausesLoseNothing()
     PlayerProbe probe(makePlayer(item, card.device()));
     QVERIFY(probe->startPlayback());
     for (int frames : {2400, 4800, 9600, 19200}) {
-        QVERIFY(waitForFrames(card, frames));
-        QVERIFY(pauseAndWait(probe));
+        QVERIFY(card.waitForFrames(frames));
+        QVERIFY(probe.pauseAndSettle());
         QVERIFY(probe->startPlayback());
     }
     QCOMPARE(probe.finish(), ended());
     QVERIFY(media::withoutSilence(card.samples(), sound.frameSize()) == sound.samples);
 }
 
-/// A card that stands still after a tenth of a second: the item can never come to its end.
-static VirtualCard::Settings standingStill()
-{
-    VirtualCard::Settings settings;
-    settings.stallAfter = 4800;
-    return settings;
-}
-
 void TestPlayback::stopWhilePausedReportsStopped()
 {
-    VirtualCard card("card", standingStill());
+    VirtualCard card("card", VirtualCard::Settings::standingStill());
     PlayerProbe probe(makePlayer(item, card.device()));
     QVERIFY(probe->startPlayback());
-    QVERIFY(waitForFrames(card, 480));
+    QVERIFY(card.waitForFrames(480));
     QVERIFY(probe->pausePlayback());
     QVERIFY(probe->stopPlayback());
     QCOMPARE(probe.finish(), stopped());
@@ -241,10 +216,10 @@ void TestPlayback::stopWhilePausedReportsStopped()
 
 void TestPlayback::destroyedWhilePausedIsSilent()
 {
-    VirtualCard card("card", standingStill());
+    VirtualCard card("card", VirtualCard::Settings::standingStill());
     PlayerProbe probe(makePlayer(item, card.device()));
     QVERIFY(probe->startPlayback());
-    QVERIFY(waitForFrames(card, 480));
+    QVERIFY(card.waitForFrames(480));
     QVERIFY(probe->pausePlayback());
     QCOMPARE(probe.destroy(), QStringList());
 }
@@ -253,10 +228,10 @@ void TestPlayback::destroyedWhilePausedIsSilent()
 
 void TestPlayback::stopInTheMiddleReportsStopped()
 {
-    VirtualCard card("card", standingStill());
+    VirtualCard card("card", VirtualCard::Settings::standingStill());
     PlayerProbe probe(makePlayer(item, card.device()));
     QVERIFY(probe->startPlayback());
-    QVERIFY(waitForFrames(card, 4800));
+    QVERIFY(card.waitForFrames(4800));
     QVERIFY(probe->stopPlayback());
     QCOMPARE(probe.finish(), stopped());
     QVERIFY(heard(card) == sound.samples.left(4 * 4800));
@@ -268,7 +243,7 @@ void TestPlayback::startAfterStopPlaysFromTheBeginning()
     VirtualCard card("card");
     PlayerProbe probe(makePlayer(item, card.device()));
     QVERIFY(probe->startPlayback());
-    QVERIFY(waitForFrames(card, 4800));
+    QVERIFY(card.waitForFrames(4800));
     QVERIFY(probe->stopPlayback());
     const QByteArray firstPass = card.samples();
     QVERIFY(probe.waitForOutcome());
@@ -317,7 +292,7 @@ void TestPlayback::secondStartDuringPlaybackChangesNothing()
     PlayerProbe probe(makePlayer(item, card.device()));
     QVERIFY(probe->startPlayback());
     QVERIFY(probe->startPlayback());
-    QVERIFY(waitForFrames(card, 4800));
+    QVERIFY(card.waitForFrames(4800));
     QVERIFY(probe->startPlayback());
     QCOMPARE(probe.finish(), ended());
     QVERIFY(heard(card) == sound.samples);
@@ -361,7 +336,7 @@ void TestPlayback::loopSwitchedOnDuringPlaybackLoops()
     VirtualCard card("card");
     PlayerProbe probe(makePlayer(item, card.device()));
     QVERIFY(probe->startPlayback());
-    QVERIFY(waitForFrames(card, 480));
+    QVERIFY(card.waitForFrames(480));
     probe->loop = true;
     QVERIFY(waitFor([&log] { return countLoops(log) >= 1; }));
     QVERIFY(probe->stopPlayback());
@@ -428,10 +403,10 @@ void TestPlayback::destroyedDuringPlaybackIsSilent_data()
 void TestPlayback::destroyedDuringPlaybackIsSilent()
 {
     QFETCH(int, frames);
-    VirtualCard card("card", standingStill());
+    VirtualCard card("card", VirtualCard::Settings::standingStill());
     PlayerProbe probe(makePlayer(item, card.device()));
     QVERIFY(frames < 0 || probe->startPlayback());
-    QVERIFY(waitForFrames(card, frames));
+    QVERIFY(card.waitForFrames(frames));
     QCOMPARE(probe.destroy(), QStringList());
 }
 

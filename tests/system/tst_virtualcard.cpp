@@ -1015,11 +1015,6 @@ static QByteArray heard(const VirtualCard& card, const media::Pcm& sound)
     return media::withoutTrailingSilence(card.samples(), sound.frameSize());
 }
 
-static bool waitForFrames(const VirtualCard& card, qint64 frames)
-{
-    return QTest::qWaitFor([&card, frames] { return card.frames() >= frames; }, patience);
-}
-
 void TestVirtualCard::pipelinePlaysWhole_data()
 {
     QTest::addColumn<SampleFormat>("format");
@@ -1080,7 +1075,7 @@ void TestVirtualCard::pausedPipelineGoesOn()
     const VirtualCard card("card", settings);
     Pipeline pipeline(media::writeWav("sound.wav", sound), card.device());
     pipeline.setState(GST_STATE_PLAYING);
-    QVERIFY(waitForFrames(card, 1));
+    QVERIFY(card.waitForFrames(1));
     pipeline.setState(GST_STATE_PAUSED);
     QVERIFY(pipeline.waitForState(GST_STATE_PAUSED));
     const qint64 atPause = card.frames();
