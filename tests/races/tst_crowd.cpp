@@ -1,5 +1,4 @@
 #include "Chance.h"
-#include "LeakCheck.h"
 #include "Life.h"
 
 #include "support/PlayerProbe.h"
@@ -26,7 +25,6 @@ private Q_SLOTS:
 
 private:
     std::unique_ptr<Item> item;
-    LeakCheck leaks;
 };
 
 void TestCrowd::initTestCase()
@@ -125,7 +123,7 @@ void TestCrowd::playersOfAllKindsComeAndGoInThreads()
     for (const auto& thread : crew) {
         QCOMPARE(thread->problems, QStringList());
     }
-    QCOMPARE(leaks.leftBehind(threadCount * crowds * Thread::atOnce), QString());
+    QCOMPARE(leakedGstObjects(), QString());
 }
 
 KOVA_TEST_MAIN(TestCrowd)

@@ -1,5 +1,4 @@
 #include "Chance.h"
-#include "LeakCheck.h"
 #include "Life.h"
 
 #include "support/LogCapture.h"
@@ -35,7 +34,6 @@ private Q_SLOTS:
 
 private:
     std::unique_ptr<Item> item;
-    LeakCheck leaks;
     Chance chance;
 };
 
@@ -189,7 +187,7 @@ void TestEndOfStream::stopMeetsTheEnd()
         QCOMPARE(life.told(), QStringList(now >= End::Handled ? "ended token" : "stopped token"));
         ++met[static_cast<std::size_t>(now)];
         aim.correct(now == End::ToCome, chance);
-        QCOMPARE(leaks.leftBehind(), QString());
+        QCOMPARE(leakedGstObjects(), QString());
     }
     for (std::size_t i = 0; i < met.size(); ++i) {
         qInfo("%d stops %s", met[i], endNames[i]);
@@ -218,7 +216,7 @@ void TestEndOfStream::stopBehindTheHandledEnd()
         met += end.now() == End::Handled ? 1 : 0;
         QCOMPARE(life.die(), QString());
         QVERIFY(!life.told().contains("stopped token"));
-        QCOMPARE(leaks.leftBehind(), QString());
+        QCOMPARE(leakedGstObjects(), QString());
     }
     qInfo("%d stops %s", met, endNames[static_cast<std::size_t>(End::Handled)]);
     QVERIFY(met > 0);

@@ -1,5 +1,4 @@
 #include "Chance.h"
-#include "LeakCheck.h"
 #include "Life.h"
 
 #include "support/PipeWriter.h"
@@ -49,7 +48,6 @@ private Q_SLOTS:
 
 private:
     std::unique_ptr<Item> item;
-    LeakCheck leaks;
     Chance chance;
 };
 
@@ -151,7 +149,7 @@ void TestFeeding::deathWhileMemoryIsFed()
         chance.linger(2 * keepUs, Chance::EventLoop::Stands);
         amid += emissions.isGoingOn() ? 1 : 0;
         QCOMPARE(life.die(), QString());
-        QCOMPARE(leaks.leftBehind(), QString());
+        QCOMPARE(leakedGstObjects(), QString());
     }
     qInfo("%d of %d died in the middle of it", amid, lives);
     QCOMPARE(playWhole(Source::Data, *item, "card"), QString());
@@ -185,7 +183,7 @@ void TestFeeding::arrayThatChangesWhileItIsTaken()
         change(bytes);
         QCOMPARE(probe.finish(), QStringList("ended token"));
         QCOMPARE(stage.difference(), QString());
-        QCOMPARE(leaks.leftBehind(), QString());
+        QCOMPARE(leakedGstObjects(), QString());
     }
 }
 
@@ -249,7 +247,7 @@ void TestFeeding::deathWithACallOnItsWay()
         chance.linger(200, Chance::EventLoop::Stands);
         waiting += isWaiting() ? 1 : 0;
         QCOMPARE(life.die(), QString());
-        QCOMPARE(leaks.leftBehind(), QString());
+        QCOMPARE(leakedGstObjects(), QString());
     }
     qInfo("%d of %d died with a call on its way", waiting, lives);
     QVERIFY(waiting > 0);
@@ -313,7 +311,7 @@ void TestFeeding::deathWhileTheWriterFinishes()
         QVERIFY(waitFor([&] { return requests.count() >= wanted || life.now() == Moment::Ended; }));
         chance.linger(500);
         QCOMPARE(life.die(), QString());
-        QCOMPARE(leaks.leftBehind(), QString());
+        QCOMPARE(leakedGstObjects(), QString());
     }
     QCOMPARE(playWhole(Source::Stream, *item, "card"), QString());
 }
@@ -338,7 +336,7 @@ void TestFeeding::deathBehindAKilledWriter()
         QVERIFY(writer.kill());
         chance.linger(500);
         QCOMPARE(life.die(), QString());
-        QCOMPARE(leaks.leftBehind(), QString());
+        QCOMPARE(leakedGstObjects(), QString());
     }
     QCOMPARE(playWhole(Source::Stream, *item, "card"), QString());
 }

@@ -1,5 +1,4 @@
 #include "Chance.h"
-#include "LeakCheck.h"
 #include "Life.h"
 
 #include "support/PlayerProbe.h"
@@ -28,7 +27,6 @@ private Q_SLOTS:
 
 private:
     std::unique_ptr<Item> item;
-    LeakCheck leaks;
     Chance chance;
 };
 
@@ -72,7 +70,7 @@ void TestTeardown::anyDeathAtAnyMoment()
             chance.linger(1000);
             ++met[life.now()];
             QCOMPARE(life.die(), QString());
-            QCOMPARE(leaks.leftBehind(), QString());
+            QCOMPARE(leakedGstObjects(), QString());
         }
         if (round % 4 == 0) {
             QCOMPARE(playWhole(source, *item, "card"), QString());
@@ -111,7 +109,7 @@ void TestTeardown::deathInTheSlotOfAFailure()
         // The end comes first where the sink's thread is kept from the card for so long.
         QVERIFY2(isFailure || told.first() == "ended token", qPrintable(told.first()));
         failures += isFailure ? 1 : 0;
-        QCOMPARE(leaks.leftBehind(), QString());
+        QCOMPARE(leakedGstObjects(), QString());
     }
     QVERIFY(failures > 0);
     QCOMPARE(playWhole(source, *item, "card"), QString());
