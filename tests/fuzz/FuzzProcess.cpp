@@ -41,8 +41,9 @@ int LLVMFuzzerInitialize(int* argc, char*** argv)
     static const TestProcess process;
     static const QCoreApplication application(*argc, *argv);
     g_log_set_default_handler(judgeCritical, nullptr);
+    gst_init(nullptr, nullptr);
+    useGreedySink(); // lives as long as the process and is no leak
     trackGstObjects();
-    useGreedySink();
     return 0;
 }
 

@@ -93,12 +93,18 @@ void act(uint8_t deed, OpenEngine& engine, const FifoEnd& writer, QByteArray& wr
     }
 }
 
+/// Where the decoder would be, the bytes are taken as they come. Lives as long as the process.
+struct NoDecoder
+{
+    NoDecoder() { overlookLeakedGstObject(QStringLiteral("GstElementFactory")); }
+    ReplacedFactory replaced{"decodebin", "fakesink"};
+};
+
 } // namespace
 
 FUZZ_TARGET
 {
-    // Where the decoder would be, the bytes are taken as they come.
-    static const ReplacedFactory noDecoder("decodebin", "fakesink");
+    static const NoDecoder noDecoder;
     const QString fifo = TestProcess::path(QStringLiteral("fifo"));
     {
         StreamSimplePlayer front(QString(), QString(), QStringLiteral("token"), QString());
