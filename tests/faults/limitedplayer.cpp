@@ -206,7 +206,8 @@ private:
     static rlim_t memoryLimit(long more)
     {
         // The first number is that of all pages.
-        const auto pages = readFile("/proc/self/statm").split(' ').first().toULongLong();
+        const auto pages =
+            static_cast<rlim_t>(readFile("/proc/self/statm").split(' ').first().toULongLong());
         return pages * static_cast<rlim_t>(::sysconf(_SC_PAGESIZE)) + rlim_t(more) * 1024;
     }
 
