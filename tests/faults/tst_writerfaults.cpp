@@ -57,6 +57,14 @@ static void addDeaths(int size)
     }
 }
 
+/// What is heard of so many frames at 48 kHz. The sink drops the first frame of an item that lasts
+/// less than 40 ms and no whole number of nanoseconds, in a bare pipeline too.
+static QByteArray heardOf(const media::Pcm& sound, int frames)
+{
+    const bool losesFirst = frames < 1920 && frames % 3 != 0;
+    return sound.samples.left(frames * sound.frameSize()).mid(losesFirst ? sound.frameSize() : 0);
+}
+
 static PipeWriter::Manner dyingAfter(int death, int chunk)
 {
     PipeWriter::Manner manner;
@@ -87,7 +95,7 @@ void TestWriterFaults::killedWriterIsHeardToItsLastFrame()
         QVERIFY2(outcomes.first().startsWith("error token: "), qPrintable(outcomes.first()));
     }
     QCOMPARE(difference(media::withoutTrailingSilence(card.samples(), sound.frameSize()),
-                        sound.samples.left(frames * sound.frameSize())),
+                        heardOf(sound, frames)),
              QString());
     QCOMPARE(flawOfNextPlayer(Source::Pipe), QString());
 }
