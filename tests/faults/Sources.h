@@ -31,7 +31,7 @@ public:
     /// Starts the player and, for a pipe, the process that writes.
     /// @param manner  how that one writes
     bool start(const PipeWriter::Manner& manner = PipeWriter::Manner());
-    /// Plays to the outcome. @return all outcomes, of a stop after it too, and how long it took
+    /// Plays to the outcome. @return all outcomes, of a stop after it too, without refused pushes
     QStringList finish();
 
     PlayerProbe probe;
@@ -53,10 +53,6 @@ constexpr int wavHeaderSize = 44;
 
 /// How what was heard of S16 stereo sound differs from what should be; empty when it does not.
 QString difference(const QByteArray& heard, const QByteArray& expected);
-
-/// The outcomes without the refusals of pushes that a stop has overtaken: now and then the stop of
-/// a player of data finds the source at work, and that is reported beside the outcome.
-QStringList withoutRefusals(QStringList outcomes);
 
 /// Whether a test may take its time: KOVA_LONG_TESTS=1 in the environment.
 bool isLong();

@@ -168,7 +168,7 @@ void play(const Item& item, const Writer& writer, const QString& device, const Q
     }
     probe->stopPlayback();
     deliverQueuedEvents();
-    for (const QString& outcome : probe.destroy()) {
+    for (const QString& outcome : withoutRefusals(probe.destroy())) {
         say(prefix + outcome);
     }
 }

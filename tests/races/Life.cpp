@@ -40,14 +40,12 @@ const char* nameOf(Moment moment)
     return "";
 }
 
-static const QString refusal = QStringLiteral("error token: Failed to push buffer");
-
 Life::Life(const Stage& where, Death how)
     : player(where.newPlayer()), stage(where), death(how), outcomes(player)
 {
     if (death == Death::DeletedLaterInItsSlot || death == Death::DestroyedInItsSlot) {
         outcomes.inSlot = [this] {
-            if (outcomes.all.last() != refusal) {
+            if (!Outcomes::isRefusal(outcomes.all.last())) {
                 bury();
             }
         };
@@ -90,9 +88,7 @@ bool Life::waitUntilDead() const
 
 QStringList Life::told() const
 {
-    QStringList all = outcomes.all;
-    all.removeAll(refusal);
-    return all;
+    return withoutRefusals(outcomes.all);
 }
 
 /// Takes the player out of the world, in the manner of its death.

@@ -6,6 +6,7 @@
 #include <QtCore/QObject>
 #include <QtCore/QStringList>
 
+#include <algorithm>
 #include <functional>
 
 /// Records the signals of a player in the order of their arrival, one text each, in the form of
@@ -31,6 +32,14 @@ public:
     /// Called inside the player's signal, after the outcome was recorded.
     std::function<void()> inSlot;
 
+    /// Whether a report tells of a push that a stop or a failure has overtaken. Now and then that
+    /// finds a player of data at work, which says so beside its outcome and before it.
+    static bool isRefusal(const QString& report)
+    {
+        return report.startsWith(QLatin1String("error ")) &&
+               report.endsWith(QLatin1String(": Failed to push buffer"));
+    }
+
 private:
     void add(const QString& outcome)
     {
@@ -40,5 +49,13 @@ private:
         }
     }
 };
+
+/// What is left of a player's reports without refused pushes.
+inline QStringList withoutRefusals(QStringList reports)
+{
+    reports.erase(std::remove_if(reports.begin(), reports.end(), Outcomes::isRefusal),
+                  reports.end());
+    return reports;
+}
 
 #endif

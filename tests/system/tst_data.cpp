@@ -107,14 +107,6 @@ static int countEnds(const LogCapture& log)
     return log.texts("TRACE").count(QStringLiteral("reporting playback end due to EOS"));
 }
 
-/// The outcomes without the refusals of pushes that a stop has overtaken: now and then the stop
-/// finds the source at work, and that is reported beside the outcome.
-static QStringList withoutRefusals(QStringList outcomes)
-{
-    outcomes.removeAll(QStringLiteral("error token: Failed to push buffer"));
-    return outcomes;
-}
-
 void TestData::initTestCase()
 {
     sound = media::noise(SampleFormat::S16, 48000, 2, 48000);
@@ -253,7 +245,7 @@ void TestData::whatIsNoSoundIsReported()
     QFETCH(QByteArray, bytes);
     QFETCH(QString, reason);
     const VirtualCard card("card");
-    QCOMPARE(play(bytes, card), QStringList("error token: " + reason));
+    QCOMPARE(withoutRefusals(play(bytes, card)), QStringList("error token: " + reason));
     QCOMPARE(card.frames(), qint64(0));
 }
 

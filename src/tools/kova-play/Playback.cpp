@@ -67,7 +67,16 @@ void Playback::makePlayer(const QString& device, bool endlessly)
     connect(player.get(), &SimplePlayer::playbackStopped, this,
             [this] { finish({Outcome::Kind::Stopped}); });
     connect(player.get(), &SimplePlayer::playbackErrorReported, this,
-            [this](const QString& /*token*/, const QString& reason) { fail(reason); });
+            [this](const QString& /*token*/, const QString& reason) {
+                if (reason == QLatin1String("Failed to push buffer")) {
+                    // A player of data tells this when a stop or a failure overtakes it at work,
+                    // beside the outcome. That is queued by now, and counts.
+                    QMetaObject::invokeMethod(this, "fail", Qt::QueuedConnection,
+                                              Q_ARG(QString, reason));
+                    return;
+                }
+                fail(reason);
+            });
 }
 
 void Playback::requestPlaying()
@@ -150,8 +159,8 @@ QString Playback::hintOnFailure() const
 
 void Playback::finish(const Outcome& outcome)
 {
-    if (currentState == State::Finished) { // GCOVR_EXCL_BR_LINE
-        return; // GCOVR_EXCL_LINE: one more refused push, told from GStreamer's thread
+    if (currentState == State::Finished) {
+        return; // a refused push beside the outcome
     }
     currentState = State::Finished;
     watch.halt();

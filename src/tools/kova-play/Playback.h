@@ -91,7 +91,7 @@ private:
     void makePlayer(const QString& device, bool endlessly);
     void requestPlaying();
     void giveUpStarting();
-    void fail(const QString& reason);
+    Q_INVOKABLE void fail(const QString& reason);
     QString hintOnFailure() const;
     void finish(const Outcome& outcome);
 

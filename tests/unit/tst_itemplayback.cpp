@@ -1,0 +1,111 @@
+#include "support/TestProcess.h"
+#include "support/Waiting.h"
+
+#include <tools/kova-play/Playback.h>
+
+#include <QtTest/QtTest>
+
+/// What kova-play makes of a player's reports that no real player gives at will.
+class TestItemPlayback : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void refusedPushIsNoOutcomeBesideAnother_data();
+    void refusedPushIsNoOutcomeBesideAnother();
+};
+
+namespace {
+
+const QString refusedPush("Failed to push buffer");
+
+/// A player that does nothing but report what its test tells it to.
+class ScriptedPlayer : public SimplePlayer
+{
+public:
+    ScriptedPlayer() : SimplePlayer(nullptr) {}
+
+    bool startPlayback() override { return true; }
+    bool pausePlayback() override { return true; }
+    bool stopPlayback() override { return true; }
+};
+
+class ScriptedItem : public Item
+{
+public:
+    std::unique_ptr<SimplePlayer> makePlayer(const QString& /*token*/,
+                                             const QString& /*device*/) const override
+    {
+        auto made = std::make_unique<ScriptedPlayer>();
+        player = made.get();
+        return made;
+    }
+    QString name() const override { return QStringLiteral("item"); }
+
+    mutable ScriptedPlayer* player = nullptr; ///< the one that was made last
+};
+
+QString textOf(const Outcome& outcome)
+{
+    switch (outcome.kind) {
+    case Outcome::Kind::Ended:
+        return QStringLiteral("ended");
+    case Outcome::Kind::Stopped:
+        return QStringLiteral("stopped");
+    case Outcome::Kind::Error:
+        break;
+    }
+    return "error: " + outcome.reason;
+}
+
+using Reports = QVector<void (*)(ScriptedPlayer&)>;
+
+} // namespace
+
+Q_DECLARE_METATYPE(Reports)
+
+void TestItemPlayback::refusedPushIsNoOutcomeBesideAnother_data()
+{
+    using Report = Reports::value_type;
+    QTest::addColumn<Reports>("reports");
+    QTest::addColumn<QString>("outcome");
+    const Report refuse = [](ScriptedPlayer& player) {
+        Q_EMIT player.playbackErrorReported("token", refusedPush);
+    };
+    const Report stop = [](ScriptedPlayer& player) { Q_EMIT player.playbackStopped("token"); };
+    const Report fail = [](ScriptedPlayer& player) {
+        Q_EMIT player.playbackErrorReported("token", "no card");
+    };
+    QTest::newRow("alone") << Reports{refuse} << "error: " + refusedPush;
+    QTest::newRow("then a stop") << Reports{refuse, stop} << "stopped";
+    QTest::newRow("then a failure") << Reports{refuse, fail} << "error: no card";
+    QTest::newRow("after a stop") << Reports{stop, refuse} << "stopped";
+    QTest::newRow("twice, then a stop") << Reports{refuse, refuse, stop} << "stopped";
+}
+
+void TestItemPlayback::refusedPushIsNoOutcomeBesideAnother()
+{
+    QFETCH(Reports, reports);
+    QFETCH(QString, outcome);
+    auto item = std::make_unique<ScriptedItem>();
+    const ScriptedItem& made = *item;
+    Playback playback(std::move(item), QStringLiteral("token"));
+    QStringList outcomes;
+    connect(&playback, &Playback::outcomeKnown, this,
+            [&](const Outcome& known) { outcomes.append(textOf(known)); });
+    bool finished = false;
+    connect(&playback, &Playback::finished, this, [&] { finished = true; });
+    playback.start(QStringLiteral("null"), false);
+    QCOMPARE(playback.state(), Playback::State::Playing);
+    // As players report: all that comes of one call is queued when the loop goes on.
+    for (const auto report : reports) {
+        QMetaObject::invokeMethod(
+            made.player, [report, player = made.player] { report(*player); }, Qt::QueuedConnection);
+    }
+    QVERIFY(waitFor([&] { return finished; }));
+    deliverQueuedEvents();
+    QCOMPARE(outcomes, QStringList(outcome));
+}
+
+KOVA_TEST_MAIN(TestItemPlayback)
+#include "tst_itemplayback.moc"
