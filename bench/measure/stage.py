@@ -17,6 +17,7 @@ CONTENDERS = (
     "bare-glib",
     "bare-qt",
     "kova",
+    "kova-lean",
     "qmediaplayer",
     "gstplay",
     "mpv",

@@ -6,10 +6,14 @@ if(NOT KOVA_LINK_UNCALLED)
 endif()
 
 find_package(Qt5 5.15 REQUIRED COMPONENTS Network DBus)
-pkg_check_modules(GSTREAMER_UNCALLED REQUIRED IMPORTED_TARGET
+pkg_check_modules(GSTREAMER_UNCALLED REQUIRED
     gstreamer-base-1.0 gstreamer-audio-1.0 gstreamer-video-1.0 gstreamer-pbutils-1.0)
+# As files, and without what they bring along: so they stand behind the libraries that are called.
+# The dynamic linker looks for each symbol in this order, and finds most of them sooner.
+list(REMOVE_ITEM GSTREAMER_UNCALLED_LINK_LIBRARIES ${GSTREAMER_LINK_LIBRARIES})
 target_link_libraries(kova_simpleplayer PRIVATE
-    Qt5::Network Qt5::DBus PkgConfig::GSTREAMER_UNCALLED)
+    ${GSTREAMER_UNCALLED_LINK_LIBRARIES}
+    $<TARGET_FILE:Qt5::DBus> $<TARGET_FILE:Qt5::Network>)
 
 # Debian has some of these; the framework's prefix (CMAKE_PREFIX_PATH) brings the others.
 foreach(name IN ITEMS libkova_thrift_api.so libjson-sax.so.1.0 libnanomsg.so.5 libcap.so.2)

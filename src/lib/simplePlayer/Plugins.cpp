@@ -1,0 +1,40 @@
+#include "simplePlayer/Plugins.h"
+#include "simplePlayer/GstOwners_p.h"
+
+#include <initializer_list>
+
+namespace {
+
+void loadElement(const char* name)
+{
+    const gst::Factory factory(gst_element_factory_find(name));
+    if (!factory) {
+        return;
+    }
+    const gst::Factory loaded(
+        GST_ELEMENT_FACTORY(gst_plugin_feature_load(GST_PLUGIN_FEATURE(factory.get()))));
+    if (loaded) { // GCOVR_EXCL_BR_LINE: or the file has gone since the registry was written
+        // Kept on purpose, as GStreamer keeps the plug-in: the class stays for the next player.
+        g_type_class_ref(gst_element_factory_get_element_type(loaded.get()));
+    }
+}
+
+bool loadAll()
+{
+    // All that is common to the pipelines. One decoder makes use of the other, the queue is there
+    // for GStreamer's core elements, and all others have a plug-in of their own.
+    for (const char* name :
+         {"uridecodebin", "decodebin", "queue", "audioconvert", "audioresample", "alsasink"}) {
+        loadElement(name);
+    }
+    const gst::Plugin typeFinders(gst_plugin_load_by_name("typefindfunctions"));
+    return true;
+}
+
+} // namespace
+
+void loadPlugins()
+{
+    static const bool loaded = loadAll();
+    static_cast<void>(loaded);
+}

@@ -1,0 +1,80 @@
+#include "support/GstFaults.h"
+#include "support/LogCapture.h"
+#include "support/TestProcess.h"
+
+#include <simplePlayer/UriSimplePlayer.h>
+
+#include <QtTest/QtTest>
+
+#include <gst/gst.h>
+
+/// What of GStreamer is loaded when. The tests build on each other: a process loads once.
+class TestPlugins : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+
+    void fakePlayerLoadsNothing();
+    void firstPlayerLoadsWhatEveryItemNeeds();
+    void laterPlayersLoadNothing();
+};
+
+/// The plug-ins of the elements of a player of a URI, and of the type finders.
+static const QSet<QString> wanted = {"playback",      "coreelements", "audioconvert",
+                                     "audioresample", "alsa",         "typefindfunctions"};
+
+static QSet<QString> loadedPlugins()
+{
+    QSet<QString> loaded;
+    GList* plugins = gst_registry_get_plugin_list(gst_registry_get());
+    for (const GList* item = plugins; item; item = item->next) {
+        auto* const plugin = static_cast<GstPlugin*>(item->data);
+        if (gst_plugin_is_loaded(plugin)) {
+            loaded += gst_plugin_get_name(plugin);
+        }
+    }
+    gst_plugin_list_free(plugins);
+    return loaded;
+}
+
+void TestPlugins::initTestCase()
+{
+    gst_init(nullptr, nullptr);
+    QVERIFY(!loadedPlugins().intersects(wanted));
+}
+
+void TestPlugins::fakePlayerLoadsNothing()
+{
+    FakePlayer("token").startPlayback();
+    QVERIFY(!loadedPlugins().intersects(wanted));
+}
+
+void TestPlugins::firstPlayerLoadsWhatEveryItemNeeds()
+{
+    const LogCapture log;
+    const MissingFactory missing("audioresample");
+    const UriSimplePlayer player("http://localhost/item.wav", "token", "null");
+    QCOMPARE(loadedPlugins() & wanted, wanted - QSet<QString>{"audioresample"});
+    // What is missing is told by the start that needs it.
+    QCOMPARE(log.texts("ERROR"), QStringList());
+}
+
+void TestPlugins::laterPlayersLoadNothing()
+{
+    const QSet<QString> before = loadedPlugins();
+    const UriSimplePlayer player("http://localhost/item.wav", "token", "null");
+    QCOMPARE(loadedPlugins(), before);
+}
+
+// Without the search for leaks of the other tests, which loads type finders itself.
+int main(int argc, char** argv)
+{
+    const TestProcess process;
+    const QCoreApplication application(argc, argv);
+    TestPlugins test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "tst_plugins.moc"
