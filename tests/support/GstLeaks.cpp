@@ -137,13 +137,29 @@ void overlookLeakedGstObject(const QString& type)
     overlooked.append(type);
 }
 
-/// Whether nothing is left but what GStreamer itself loses once in some ten thousand lives: a pad
-/// that a decoder was just going to announce when its pipeline went down, and the proxy inside it.
-/// Bare pipelines do it too, and a process hardly ever lives to see a second one.
-static bool isLostByDecoder(const QStringList& leaked)
+/// Whether these are a pad that a decoder was just going to announce when its pipeline went down,
+/// and the proxy inside it.
+static bool isDecodedPad(const QStringList& leaked)
+{
+    return leaked == QStringList{"GstDecodePad", "GstProxyPad"};
+}
+
+/// Whether these are an Ogg stream whose headers a demuxer was just reading when its pipeline went
+/// down, and what was read of them.
+static bool isOggStream(QStringList leaked)
+{
+    for (const char* held : {"GstBuffer", "GstCaps", "GstMemory", "GstTagList"}) {
+        leaked.removeAll(held);
+    }
+    return leaked == QStringList("GstOggPad");
+}
+
+/// Whether nothing is left but what GStreamer itself loses once in some thousand lives. Bare
+/// pipelines do it too, and a process hardly ever lives to see a second one.
+static bool isLostByGStreamer(const QStringList& leaked)
 {
     static int left = 4;
-    return leaked == QStringList{"GstDecodePad", "GstProxyPad"} && left-- > 0;
+    return (isDecodedPad(leaked) || isOggStream(leaked)) && left-- > 0;
 }
 
 QString leakedGstObjects()
@@ -161,8 +177,8 @@ QString leakedGstObjects()
         if (leaked.isEmpty()) {
             break;
         }
-        if (untilLost.hasExpired() && isLostByDecoder(leaked)) {
-            qInfo("GStreamer's decoder has lost a pad");
+        if (untilLost.hasExpired() && isLostByGStreamer(leaked)) {
+            qInfo("GStreamer has lost %s", qPrintable(counted(leaked)));
             overlooked += leaked;
             return QString();
         }
