@@ -945,7 +945,7 @@ void TestDataEngine::loopIsRefusedAndTheEndReported()
     GstBus* bus = gst_element_get_bus(scene.engine->pipeline);
     gst_bus_post(bus, gst_message_new_eos(nullptr));
     gst_object_unref(bus);
-    QTRY_COMPARE(outcomes.all, QStringList{"ended T"});
+    QTRY_COMPARE_WITH_TIMEOUT(outcomes.all, QStringList{"ended T"}, patience);
     QCOMPARE(scene.log.lines().mid(0, 3),
              (QStringList{"TRACE EOS received at gst busT",
                           "ERROR Restart(loop) playback not implemented",
