@@ -199,7 +199,11 @@ public:
           helper([this, action] { action(*this); })
     {
     }
-    ~WhileAsleep() { helper.join(); }
+    ~WhileAsleep()
+    {
+        helper.join();
+        ::close(end);
+    }
     WhileAsleep(const WhileAsleep&) = delete;
     WhileAsleep& operator=(const WhileAsleep&) = delete;
 
@@ -225,6 +229,17 @@ public:
         }
     }
 
+    /// Writes into a FIFO through an end that stays open as long as this object: what is written
+    /// waits for a reader that seemed to sleep before it did. Also opened for reading, which does
+    /// not wait: a reader that failed would never come.
+    void write(const QByteArray& path, const char* text)
+    {
+        end = ::open(path.constData(), O_RDWR | O_CLOEXEC);
+        if (::write(end, text, std::strlen(text)) < 0) {
+            qFatal("write: %s", std::strerror(errno));
+        }
+    }
+
     static void handleSignals()
     {
         struct sigaction action = {};
@@ -236,20 +251,11 @@ private:
     static std::atomic<int> handledSignals;
     const pthread_t sleeper;
     const std::string statePath;
+    int end = -1;
     std::thread helper;
 };
 
 std::atomic<int> WhileAsleep::handledSignals{0};
-
-/// Also opened for reading, which does not wait: a reader that failed would never come.
-void writeAndClose(const QByteArray& path, const char* text)
-{
-    const int descriptor = ::open(path.constData(), O_RDWR | O_CLOEXEC);
-    if (::write(descriptor, text, std::strlen(text)) < 0) {
-        qFatal("write: %s", std::strerror(errno));
-    }
-    ::close(descriptor);
-}
 
 /// Whether the file system lets nobody change the mode of a file.
 std::atomic<bool> modesAreFixed{false};
@@ -530,7 +536,7 @@ void TestNamedPipe::openWaitsForAWriter()
     const WhileAsleep writer([&](WhileAsleep& reader) {
         reader.waitUntilAsleep();
         aboutToWrite = true;
-        writeAndClose(encoded(fifo), "data");
+        reader.write(encoded(fifo), "data");
     });
     QVERIFY(pipe.open(true));
     QVERIFY(aboutToWrite);
@@ -545,7 +551,7 @@ void TestNamedPipe::openWaitsThroughSignals()
         for (int i = 0; i < 3; ++i) {
             reader.interrupt();
         }
-        writeAndClose(encoded(fifo), "data");
+        reader.write(encoded(fifo), "data");
     });
     QVERIFY(pipe.open(true));
     QCOMPARE(log->lines(), QStringList());
@@ -632,7 +638,7 @@ void TestNamedPipe::readWaitsThroughSignals()
         for (int i = 0; i < 3; ++i) {
             reader.interrupt();
         }
-        writeAndClose(encoded(fifo), "data");
+        reader.write(encoded(fifo), "data");
     });
     QCOMPARE(readSome(pipe), 4);
     QCOMPARE(log->lines(), QStringList());
