@@ -1,5 +1,5 @@
-#include "simplePlayer/Plugins.h"
 #include "simplePlayer/GstOwners_p.h"
+#include "simplePlayer/Plugins_p.h"
 
 #include <initializer_list>
 
@@ -21,8 +21,8 @@ void loadElement(const char* name)
 
 bool loadAll()
 {
-    // All that is common to the pipelines. One decoder makes use of the other, the queue is there
-    // for GStreamer's core elements, and all others have a plug-in of their own.
+    // What all pipelines have in common, and uridecodebin, which comes with decodebin and makes one
+    // itself. The queue stands for all of GStreamer's core elements.
     for (const char* name :
          {"uridecodebin", "decodebin", "queue", "audioconvert", "audioresample", "alsasink"}) {
         loadElement(name);

@@ -1,7 +1,7 @@
 #include "simplePlayer/SimplePlayerInterface.h"
 #include "simplePlayer/GstOwners_p.h"
 #include "simplePlayer/Logging_p.h"
-#include "simplePlayer/Plugins.h"
+#include "simplePlayer/Plugins_p.h"
 #include "simplePlayer/SimplePlayerInterface_p.h"
 
 #include "core/kova.h"

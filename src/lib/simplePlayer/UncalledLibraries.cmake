@@ -8,8 +8,9 @@ endif()
 find_package(Qt5 5.15 REQUIRED COMPONENTS Network DBus)
 pkg_check_modules(GSTREAMER_UNCALLED REQUIRED
     gstreamer-base-1.0 gstreamer-audio-1.0 gstreamer-video-1.0 gstreamer-pbutils-1.0)
-# As files, and without what they bring along: so they stand behind the libraries that are called.
-# The dynamic linker looks for each symbol in this order, and finds most of them sooner.
+# As files, and without what they bring along: so they stand behind the libraries that are called,
+# but for Qt's core, which programs name themselves. The dynamic linker looks for each symbol in
+# this order, and finds most of them sooner.
 list(REMOVE_ITEM GSTREAMER_UNCALLED_LINK_LIBRARIES ${GSTREAMER_LINK_LIBRARIES})
 target_link_libraries(kova_simpleplayer PRIVATE
     ${GSTREAMER_UNCALLED_LINK_LIBRARIES}
