@@ -56,7 +56,7 @@ QStringList SourcedPlayer::finish()
 {
     const QStringList reports = probe.finish();
     tellMeasured(reports, sinceStart);
-    return withoutRefusals(reports);
+    return source == Source::Data ? withoutRefusals(reports) : reports;
 }
 
 // ---- What all tests share ----------------------------------------------------------------------

@@ -168,7 +168,8 @@ void play(const Item& item, const Writer& writer, const QString& device, const Q
     }
     probe->stopPlayback();
     deliverQueuedEvents();
-    for (const QString& outcome : withoutRefusals(probe.destroy())) {
+    const QStringList outcomes = probe.destroy();
+    for (const QString& outcome : item.source == "data" ? withoutRefusals(outcomes) : outcomes) {
         say(prefix + outcome);
     }
 }

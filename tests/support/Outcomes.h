@@ -50,7 +50,8 @@ private:
     }
 };
 
-/// What is left of a player's reports without refused pushes.
+/// What is left of the reports of a player of data without refused pushes. Of a pipe they are the
+/// outcome itself.
 inline QStringList withoutRefusals(QStringList reports)
 {
     reports.erase(std::remove_if(reports.begin(), reports.end(), Outcomes::isRefusal),

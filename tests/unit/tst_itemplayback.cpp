@@ -13,6 +13,7 @@ class TestItemPlayback : public QObject
 private Q_SLOTS:
     void refusedPushIsNoOutcomeBesideAnother_data();
     void refusedPushIsNoOutcomeBesideAnother();
+    void onlyPausedItemIsResumed();
 };
 
 namespace {
@@ -25,9 +26,15 @@ class ScriptedPlayer : public SimplePlayer
 public:
     ScriptedPlayer() : SimplePlayer(nullptr) {}
 
-    bool startPlayback() override { return true; }
+    bool startPlayback() override
+    {
+        ++starts;
+        return true;
+    }
     bool pausePlayback() override { return true; }
     bool stopPlayback() override { return true; }
+
+    int starts = 0;
 };
 
 class ScriptedItem : public Item
@@ -105,6 +112,22 @@ void TestItemPlayback::refusedPushIsNoOutcomeBesideAnother()
     QVERIFY(waitFor([&] { return finished; }));
     deliverQueuedEvents();
     QCOMPARE(outcomes, QStringList(outcome));
+}
+
+void TestItemPlayback::onlyPausedItemIsResumed()
+{
+    auto item = std::make_unique<ScriptedItem>();
+    const ScriptedItem& made = *item;
+    Playback playback(std::move(item), QStringLiteral("token"));
+    playback.resume();
+    QCOMPARE(playback.state(), Playback::State::Waiting);
+    playback.start(QStringLiteral("null"), false);
+    playback.resume();
+    QCOMPARE(made.player->starts, 1);
+    QVERIFY(playback.pause());
+    playback.resume();
+    QCOMPARE(made.player->starts, 2);
+    QCOMPARE(playback.state(), Playback::State::Playing);
 }
 
 KOVA_TEST_MAIN(TestItemPlayback)

