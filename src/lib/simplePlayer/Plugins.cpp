@@ -2,8 +2,7 @@
 #include "simplePlayer/Plugins_p.h"
 
 #include <initializer_list>
-
-namespace {
+#include <mutex>
 
 void loadElement(const char* name)
 {
@@ -19,7 +18,7 @@ void loadElement(const char* name)
     }
 }
 
-bool loadAll()
+static void loadAll()
 {
     // What all pipelines have in common, and uridecodebin, which comes with decodebin and makes one
     // itself. The queue stands for all of GStreamer's core elements.
@@ -28,13 +27,10 @@ bool loadAll()
         loadElement(name);
     }
     const gst::Plugin typeFinders(gst_plugin_load_by_name("typefindfunctions"));
-    return true;
 }
-
-} // namespace
 
 void loadPlugins()
 {
-    static const bool loaded = loadAll();
-    static_cast<void>(loaded);
+    static std::once_flag once;
+    std::call_once(once, loadAll);
 }

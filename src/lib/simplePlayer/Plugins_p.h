@@ -9,4 +9,7 @@
 /// GStreamer must have been initialized. Any thread may call this.
 void loadPlugins();
 
+/// Loads the plug-in of one element and makes its class, if there is such an element.
+void loadElement(const char* name);
+
 #endif
