@@ -97,8 +97,6 @@ void act(uint8_t deed, OpenEngine& engine, const FifoEnd& writer, QByteArray& wr
 struct NoDecoder
 {
     NoDecoder() { overlookLeakedGstObject(QStringLiteral("GstElementFactory")); }
-    // Before there is another decoder, which has no plug-in to load.
-    StreamSimplePlayer first{QString(), QString(), QStringLiteral("token"), QString()};
     ReplacedFactory replaced{"decodebin", "fakesink"};
 };
 

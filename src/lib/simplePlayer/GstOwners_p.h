@@ -21,8 +21,6 @@ struct Releaser
 
 using Bus = std::unique_ptr<GstBus, Releaser<gst_object_unref>>;
 using Pad = std::unique_ptr<GstPad, Releaser<gst_object_unref>>;
-using Factory = std::unique_ptr<GstElementFactory, Releaser<gst_object_unref>>;
-using Plugin = std::unique_ptr<GstPlugin, Releaser<gst_object_unref>>;
 using Caps = std::unique_ptr<GstCaps, Releaser<gst_caps_unref>>;
 using Error = std::unique_ptr<GError, Releaser<g_error_free>>;
 using Text = std::unique_ptr<gchar, Releaser<g_free>>;

@@ -1,7 +1,6 @@
 #include "simplePlayer/SimplePlayerInterface.h"
 #include "simplePlayer/GstOwners_p.h"
 #include "simplePlayer/Logging_p.h"
-#include "simplePlayer/Plugins_p.h"
 #include "simplePlayer/SimplePlayerInterface_p.h"
 
 #include "core/kova.h"
@@ -52,7 +51,6 @@ SimplePlayerImpl::SimplePlayerImpl(const QString& itemToken, const QString& outp
 {
     LOG_ENTER(TRACE, "constructor ", token);
     gst_init(nullptr, nullptr);
-    loadPlugins();
     kova::connect(this, &SimplePlayerImpl::sendPlaybackEnded, this,
                   &SimplePlayerImpl::on_sendPlaybackEnded, Qt::QueuedConnection);
     LOG_LEAVE(TRACE, "constructor ", token);

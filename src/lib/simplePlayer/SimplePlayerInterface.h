@@ -21,8 +21,8 @@
 /// on GLib's dispatcher (Qt's default on Linux; QT_NO_GLIB must not be set), because GStreamer's
 /// messages arrive through it. Without such a loop no outcome is ever reported.
 ///
-/// The first player of a process initializes GStreamer and loads what all players have in common:
-/// some milliseconds on a PC, more on a small device. FakePlayer does neither.
+/// The first player of a process initializes GStreamer, which takes some milliseconds on a PC and
+/// more on a small device. FakePlayer does not.
 ///
 /// In a slot of its own signals, delete a player with deleteLater(). A plain `delete` there is
 /// survived, because nothing of the player is touched after the emission, but other receivers of
