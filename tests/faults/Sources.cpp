@@ -16,12 +16,16 @@ const char* nameOf(Source source)
     return names[static_cast<int>(source)];
 }
 
-static QString fifoPath()
+/// A FIFO of its own for each player: a writer that is still blocked when its player is destroyed
+/// would write the rest of its item into the next player that opens the same FIFO.
+static QString newFifoPath()
 {
-    return TestProcess::path(QStringLiteral("fifo"));
+    static int count = 0;
+    return TestProcess::path(QStringLiteral("fifo-%1").arg(++count));
 }
 
-static SimplePlayer* makePlayer(Source source, const QByteArray& bytes, const QString& device)
+static SimplePlayer* makePlayer(Source source, const QByteArray& bytes, const QString& device,
+                                const QString& fifo)
 {
     const QString token = QStringLiteral("token");
     switch (source) {
@@ -32,13 +36,14 @@ static SimplePlayer* makePlayer(Source source, const QByteArray& bytes, const QS
     case Source::Pipe:
         break;
     }
-    return new StreamSimplePlayer(fifoPath(), QString(), token, device);
+    return new StreamSimplePlayer(fifo, QString(), token, device);
 }
 
 // ---- SourcedPlayer -----------------------------------------------------------------------------
 
 SourcedPlayer::SourcedPlayer(Source itemSource, const QByteArray& item, const QString& device)
-    : probe(makePlayer(itemSource, item, device)), source(itemSource), bytes(item)
+    : fifo(newFifoPath()), probe(makePlayer(itemSource, item, device, fifo)), source(itemSource),
+      bytes(item)
 {
 }
 
@@ -47,7 +52,7 @@ bool SourcedPlayer::start(const PipeWriter::Manner& manner)
     sinceStart.start();
     const bool started = probe->startPlayback();
     if (started && source == Source::Pipe) {
-        writer.emplace(fifoPath(), bytes, manner);
+        writer.emplace(fifo, bytes, manner);
     }
     return started;
 }

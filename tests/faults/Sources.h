@@ -34,6 +34,7 @@ public:
     /// Plays to the outcome. @return all outcomes, of a stop after it too, without refused pushes
     QStringList finish();
 
+    const QString fifo; ///< of a pipe
     PlayerProbe probe;
     std::optional<PipeWriter> writer;
 

@@ -8,6 +8,7 @@
 #include <gst/gst.h>
 #include <gst/gsttracer.h>
 
+#include <atomic>
 #include <mutex>
 #include <unordered_set>
 #include <vector>
@@ -51,6 +52,15 @@ void miniObjectDestroyed(GObject*, GstClockTime, GstMiniObject* object)
 {
     const std::lock_guard<std::mutex> lock(live().mutex);
     live().miniObjects.erase(object);
+}
+
+std::atomic<const StateChangeObserver::Function*> stateChangeObserver{nullptr};
+
+void stateChanges(GObject*, GstClockTime, GstElement* element, GstStateChange change)
+{
+    if (const StateChangeObserver::Function* function = stateChangeObserver) {
+        (*function)(element, change);
+    }
 }
 
 struct ObjectTracer
@@ -97,7 +107,18 @@ void trackGstObjects()
     gst_tracing_register_hook(tracer, "object-destroyed", G_CALLBACK(objectDestroyed));
     gst_tracing_register_hook(tracer, "mini-object-created", G_CALLBACK(miniObjectCreated));
     gst_tracing_register_hook(tracer, "mini-object-destroyed", G_CALLBACK(miniObjectDestroyed));
+    gst_tracing_register_hook(tracer, "element-change-state-pre", G_CALLBACK(stateChanges));
     gst_object_unref(tracer); // the hooks hold it
+}
+
+StateChangeObserver::StateChangeObserver(const Function& function) : callback(function)
+{
+    stateChangeObserver = &callback;
+}
+
+StateChangeObserver::~StateChangeObserver()
+{
+    stateChangeObserver = nullptr;
 }
 
 QStringList liveGstObjects()
@@ -116,6 +137,18 @@ QStringList liveGstObjects()
     }
     names.sort();
     return names;
+}
+
+QVector<GstBuffer*> liveGstBuffers()
+{
+    QVector<GstBuffer*> buffers;
+    const std::lock_guard<std::mutex> lock(live().mutex);
+    for (GstMiniObject* object : live().miniObjects) {
+        if (GST_IS_BUFFER(object)) {
+            buffers.append(GST_BUFFER_CAST(object));
+        }
+    }
+    return buffers;
 }
 
 /// "3 GstCaps, 1 GstPad" of a sorted list of names.

@@ -2,6 +2,11 @@
 #define TEST_SUPPORT_GST_LEAKS_H
 
 #include <QtCore/QStringList>
+#include <QtCore/QVector>
+
+#include <gst/gst.h>
+
+#include <functional>
 
 /// Initialises GStreamer and notes from now on which of its objects (elements, pads, buffers, caps,
 /// messages …) live. KOVA_TEST_MAIN calls it.
@@ -13,6 +18,25 @@ void trackGstObjects();
 /// The type names of all objects alive now, sorted, without those that GStreamer keeps as long as
 /// the process lives (pad templates, factories, type finders …).
 QStringList liveGstObjects();
+
+/// All buffers alive now, without references of the caller's own.
+QVector<GstBuffer*> liveGstBuffers();
+
+/// Calls a function before each state change of any element, on the thread that requests it, while
+/// this object lives. One at a time.
+class StateChangeObserver
+{
+public:
+    using Function = std::function<void(GstElement* element, GstStateChange change)>;
+
+    explicit StateChangeObserver(const Function& function);
+    ~StateChangeObserver();
+    StateChangeObserver(const StateChangeObserver&) = delete;
+    StateChangeObserver& operator=(const StateChangeObserver&) = delete;
+
+private:
+    const Function callback;
+};
 
 /// Waits until no object is alive: GStreamer's threads drop their last references a moment after a
 /// pipeline is gone. Returns what was still alive at the end, as "3 GstCaps, 1 GstPad", empty for

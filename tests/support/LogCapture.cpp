@@ -23,12 +23,20 @@ public:
         captured.clear();
     }
 
+    std::function<void(const QString&)> callback;
+
 protected:
     void append(const log4cplus::spi::InternalLoggingEvent& event) override
     {
         const std::string& level = log4cplus::getLogLevelManager().toString(event.getLogLevel());
-        const std::lock_guard<std::mutex> lock(linesMutex);
-        captured.append(QString::fromStdString(level + ' ' + event.getMessage()));
+        const QString line = QString::fromStdString(level + ' ' + event.getMessage());
+        {
+            const std::lock_guard<std::mutex> lock(linesMutex);
+            captured.append(line);
+        }
+        if (callback) {
+            callback(line);
+        }
     }
 
 private:
@@ -72,6 +80,11 @@ QStringList LogCapture::texts(const char* level) const
 void LogCapture::clear()
 {
     appender->clear();
+}
+
+void LogCapture::onLine(const std::function<void(const QString&)>& callback)
+{
+    appender->callback = callback;
 }
 
 void LogCapture::setThreshold(log4cplus::LogLevel level)

@@ -8,6 +8,8 @@
 #include <log4cplus/logger.h>
 #include <log4cplus/loglevel.h>
 
+#include <functional>
+
 /// Captures all lines of one logger while it lives, from any thread, at every level.
 class LogCapture
 {
@@ -23,6 +25,8 @@ public:
     QStringList texts(const char* level) const;
     /// Forgets the lines so far.
     void clear();
+    /// Calls a function with each line from now on, inside the call that logs it.
+    void onLine(const std::function<void(const QString& line)>& callback);
     /// Which levels reach the logger from now on: `level` and higher.
     void setThreshold(log4cplus::LogLevel level);
 

@@ -5,6 +5,7 @@
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QString>
+#include <QtCore/QStringList>
 #include <QtCore/QTemporaryDir>
 
 /// What makes a test process independent of its machine: a temporary folder of its own (removed at
@@ -24,6 +25,12 @@ public:
     /// What starts a program of this build: its own path or, in an emulator, that of a script which
     /// starts it there too. Programs of the machine are started by themselves.
     static QString startable(const QString& program);
+
+    /// Runs functions of this test program again, in a process that has no /proc file system.
+    /// @param functions  names of test functions, "function" or "function:row"
+    /// @return the output when a function failed; empty when all passed, or when this cannot be
+    ///         tried: a sanitizer or an emulator needs /proc, or mount namespaces are forbidden
+    static QString runWithoutProc(const QStringList& functions);
 
 private:
     QTemporaryDir folder;

@@ -181,6 +181,7 @@ private Q_SLOTS:
     void chainThatCannotBeLinkedEndsTheBuilding();
 
     void arrayIsFedInChunksAndThenEnds();
+    void requestForNothingPushesAnEmptyChunk();
     void chunkThatEndsWithTheArrayIsNotCropped();
     void requestForAllThereIsGetsAll();
     void emptyArrayEndsAtTheFirstRequest();
@@ -473,6 +474,18 @@ void TestDataEngine::arrayIsFedInChunksAndThenEnds()
     // A source that was told of the end takes no more.
     QCOMPARE(gst_app_src_push_buffer(GST_APP_SRC(scene.engine->appsrc), gst_buffer_new()),
              GST_FLOW_EOS);
+}
+
+void TestDataEngine::requestForNothingPushesAnEmptyChunk()
+{
+    Scene scene(tenBytes);
+    QVERIFY(scene.build());
+    const Pushed pushed;
+    scene.need(0);
+    QCOMPARE(scene.log.lines(), (QStringList{needLine(0, 10), pushedLine(0, 0)}));
+    QCOMPARE(pushed.count(), 1);
+    QCOMPARE(pushed.view(0), QByteArray());
+    QCOMPARE(scene.engine->offset, quint64(0));
 }
 
 void TestDataEngine::chunkThatEndsWithTheArrayIsNotCropped()

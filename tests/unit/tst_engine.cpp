@@ -94,6 +94,8 @@ private Q_SLOTS:
     void cleanup();
 
     void constructionAndDestructionAreLogged();
+    void tokenIsLoggedAndReportedWhole_data();
+    void tokenIsLoggedAndReportedWhole();
     void constructionInitialisesTheMembers();
     void constructionInitialisesGStreamer();
     void engineIsAChildOfItsPlayer();
@@ -162,6 +164,29 @@ void TestEngineOperations::constructionAndDestructionAreLogged()
                      enterLine("TRACE", "SimplePlayerImpl::releaseGstPipeline", "token: T"),
                      "TRACE Pipeline is already released",
                      leaveLine("TRACE", "SimplePlayerImpl::~SimplePlayerImpl", "destructor T")}));
+}
+
+void TestEngineOperations::tokenIsLoggedAndReportedWhole_data()
+{
+    QTest::addColumn<QString>("token");
+    QTest::newRow("null character") << QStringLiteral("a") + QChar(QChar::Null) + 'b';
+    QTest::newRow("1 MiB") << QString(1 << 20, QLatin1Char('x'));
+    QTest::newRow("format characters") << "%s%n%1 {}";
+}
+
+void TestEngineOperations::tokenIsLoggedAndReportedWhole()
+{
+    QFETCH(QString, token);
+    const LogCapture log;
+    TestPlayer player(token);
+    const Outcomes outcomes(&player);
+    QVERIFY(player.startPlayback());
+    QVERIFY(player.stopPlayback());
+    QVERIFY(log.lines().contains("DEBUG token " + token));
+    QVERIFY(log.lines().contains("INFO Enter SimplePlayer SimplePlayerImpl::stopPlayback: token: " +
+                                 token));
+    deliverQueuedEvents();
+    QCOMPARE(outcomes.all, QStringList("stopped " + token));
 }
 
 void TestEngineOperations::constructionInitialisesTheMembers()

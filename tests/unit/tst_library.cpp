@@ -17,6 +17,7 @@ private Q_SLOTS:
     void uncalledLibrariesAreOnTheLinkLine();
     void onlyPublicClassesAreExported();
     void loadingPrintsNothingAndStartsNoThread();
+    void loadingCreatesTheLoggerOfEverySource();
 
 private:
     /// What a tool prints about a file.
@@ -112,6 +113,25 @@ void TestLibrary::loadingPrintsNothingAndStartsNoThread()
             .match(output(QStringLiteral("readelf"), {"-d", KOVA_SIMPLEPLAYER_FILE}))
             .captured(1);
     QCOMPARE(threadsAfterLoading(KOVA_SIMPLEPLAYER_FILE), threadsAfterLoading(log4cplus));
+}
+
+void TestLibrary::loadingCreatesTheLoggerOfEverySource()
+{
+    const QString program = TestProcess::startable(QStringLiteral(LOAD_ONLY_FILE));
+    const auto exists = [&program](const char* logger) {
+        return QProcess::execute(program, {QStringLiteral(KOVA_SIMPLEPLAYER_FILE), logger}) == 0;
+    };
+    QVERIFY(exists("SimplePlayer"));
+    QVERIFY(!exists("NoSuchLogger"));
+    // All have the same name. One that is created at its first use has a guard variable.
+    const QString symbols = output(QStringLiteral("nm"), {"-C", KOVA_SIMPLEPLAYER_FILE});
+    const QRegularExpression logger(QStringLiteral("^[0-9a-f]+ [bd] logger$"),
+                                    QRegularExpression::MultilineOption);
+    int loggers = 0;
+    for (auto match = logger.globalMatch(symbols); match.hasNext(); match.next()) {
+        ++loggers;
+    }
+    QCOMPARE(loggers, KOVA_LOGGING_SOURCES);
 }
 
 KOVA_TEST_MAIN(TestLibrary)

@@ -11,6 +11,7 @@
 #include <QtCore/QSocketNotifier>
 #include <QtTest/QtTest>
 
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <pthread.h>
 #include <sys/fsuid.h>
@@ -24,12 +25,14 @@
 #include <atomic>
 #include <cerrno>
 #include <csignal>
+#include <cstdarg>
 #include <cstring>
 #include <fstream>
 #include <functional>
 #include <memory>
 #include <string>
 #include <thread>
+#include <utility>
 
 /// The named pipe, with writers that are processes of their own.
 class TestNamedPipe : public QObject
@@ -52,7 +55,10 @@ private Q_SLOTS:
     void whatIsNoFifoIsRefused();
     void whatIsNoFifoStaysUntouched();
     void openWithoutPermissionFails();
-    void swappedFileIsNeverOpened();
+    void fileThatReplacesTheFifoIsNotRead_data();
+    void fileThatReplacesTheFifoIsNotRead();
+    void fileThatIsSwappedAllTheTimeIsNeverRead();
+    void needsNoProcFileSystem();
     void failureLineTellsThePipesApart();
     void failureIsSilentWhenErrorsAreNotLogged();
 
@@ -263,13 +269,34 @@ std::atomic<bool> modesAreFixed{false};
 } // namespace
 
 /// Stands in for the system's function, also in the library under test.
-extern "C" __attribute__((visibility("default"))) int chmod(const char* path, mode_t mode) noexcept
+extern "C" __attribute__((visibility("default"))) int fchmodat(int folder, const char* path,
+                                                               mode_t mode, int flags) noexcept
 {
     if (modesAreFixed) {
         errno = EPERM;
         return -1;
     }
-    return ::fchmodat(AT_FDCWD, path, mode, 0);
+    static const auto original =
+        reinterpret_cast<decltype(&::fchmodat)>(::dlsym(RTLD_NEXT, "fchmodat"));
+    return original(folder, path, mode, flags);
+}
+
+/// Called, once, just before the library under test opens a file.
+static std::function<void()> beforeNextOpen;
+
+/// Stands in for the system's function, also in the library under test, which sees large files.
+extern "C" __attribute__((visibility("default"))) int open64(const char* path, int flags, ...)
+{
+    std::va_list arguments;
+    va_start(arguments, flags);
+    const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
+    va_end(arguments);
+    if (beforeNextOpen) {
+        std::exchange(beforeNextOpen, nullptr)();
+    }
+    static const auto original =
+        reinterpret_cast<decltype(&::open64)>(::dlsym(RTLD_NEXT, "open64"));
+    return original(path, flags, mode);
 }
 
 void TestNamedPipe::initTestCase()
@@ -460,7 +487,34 @@ void TestNamedPipe::openWithoutPermissionFails()
                     fifo));
 }
 
-void TestNamedPipe::swappedFileIsNeverOpened()
+void TestNamedPipe::fileThatReplacesTheFifoIsNotRead_data()
+{
+    QTest::addColumn<bool>("isLink");
+    QTest::addColumn<QString>("reason");
+    QTest::newRow("regular file") << false << "it is a regular file";
+    QTest::newRow("symbolic link") << true << "Too many levels of symbolic links";
+}
+
+void TestNamedPipe::fileThatReplacesTheFifoIsNotRead()
+{
+    QFETCH(bool, isLink);
+    QFETCH(QString, reason);
+    const int before = openDescriptors();
+    const QString file = fifo + ".file";
+    QVERIFY(QFile(file).open(QIODevice::WriteOnly));
+    KovaNamedPipe pipe(fifo, 1, nullptr, false);
+    QVERIFY(pipe.create());
+    beforeNextOpen = [&] {
+        QFile::remove(fifo);
+        isLink ? QFile::link(file, fifo) : QFile::rename(file, fifo);
+    };
+    QVERIFY(!pipe.open(false));
+    QCOMPARE(log->texts("ERROR"),
+             QStringList("Failed to open named pipe, " + reason + ", id: 1 name: " + fifo));
+    QCOMPARE(openDescriptors(), before);
+}
+
+void TestNamedPipe::fileThatIsSwappedAllTheTimeIsNeverRead()
 {
     const QByteArray here = encoded(fifo);
     const QByteArray there = here + ".swapped";
@@ -494,6 +548,14 @@ void TestNamedPipe::swappedFileIsNeverOpened()
     QVERIFY(opened >= 200);
     QVERIFY(refused >= 200);
     QVERIFY(other.remove());
+}
+
+void TestNamedPipe::needsNoProcFileSystem()
+{
+    const QString problem = TestProcess::runWithoutProc(
+        {"openReturnsWithoutAWriter", "allBytesArriveInOrder", "whatIsNoFifoIsRefused",
+         "createMakesAFifoForTheOwnerOnly:umask 022", "fifoIsRemovedOnClose"});
+    QCOMPARE(problem, QString());
 }
 
 void TestNamedPipe::failureLineTellsThePipesApart()

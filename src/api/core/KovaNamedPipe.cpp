@@ -36,33 +36,6 @@ auto retryInterrupted(Call call)
     return result;
 }
 
-/// A FIFO that is held by an O_PATH descriptor: it cannot be read or written through it, and
-/// holding has no effect on it, but whatever is done through procPath() is done to this very file,
-/// whoever renames files in its folder meanwhile.
-class HeldFifo
-{
-public:
-    /// Holds the FIFO at `path`; `problem` says why not.
-    explicit HeldFifo(const QByteArray& path);
-    ~HeldFifo();
-    HeldFifo(const HeldFifo&) = delete;
-    HeldFifo& operator=(const HeldFifo&) = delete;
-
-    [[nodiscard]] std::string procPath() const
-    {
-        return "/proc/self/fd/" + std::to_string(descriptor);
-    }
-
-    /// Gives the owner back what the umask took away.
-    void giveToOwner();
-
-    struct stat status = {};
-    std::string problem;
-
-private:
-    const int descriptor;
-};
-
 const char* kindOf(mode_t mode)
 {
     switch (mode & S_IFMT) {
@@ -79,33 +52,44 @@ const char* kindOf(mode_t mode)
     }
 }
 
-HeldFifo::HeldFifo(const QByteArray& path)
-    : descriptor(::open(path.constData(), O_PATH | O_NOFOLLOW | O_CLOEXEC))
+/// Looks at the file at `path` without following a symbolic link.
+/// @return why it is no FIFO; empty for a FIFO
+std::string problemWith(const QByteArray& path, struct stat& status)
 {
-    // GCOVR_EXCL_BR_START: of an open file the second does not fail
-    if (descriptor < 0 || ::fstat(descriptor, &status) != 0) {
-        // GCOVR_EXCL_BR_STOP
-        problem = errorText(errno);
-    } else if (!S_ISFIFO(status.st_mode)) {
-        problem = kindOf(status.st_mode);
+    if (::lstat(path.constData(), &status) != 0) {
+        return errorText(errno);
     }
+    return S_ISFIFO(status.st_mode) ? std::string() : kindOf(status.st_mode);
 }
 
-HeldFifo::~HeldFifo()
+/// Restores the owner's permissions that the umask removed from a new FIFO. The file at `path` may
+/// have been replaced since it was made: a symbolic link is not followed.
+std::string giveToOwner(const QByteArray& path, const struct stat& status)
 {
-    if (descriptor >= 0) {
+    const bool done = (status.st_mode & permissionBits) == ownerOnly ||
+                      ::fchmodat(AT_FDCWD, path.constData(), ownerOnly, AT_SYMLINK_NOFOLLOW) == 0;
+    return done ? std::string() : errorText(errno);
+}
+
+/// Opens the FIFO at `path` for reading. A file that is no FIFO is not opened. If another process
+/// replaces the FIFO at this very moment, the file in its place is closed again unread.
+/// @return why it cannot be opened; empty when `descriptor` and `status` are those of the FIFO
+std::string openFifo(const QByteArray& path, int flags, int& descriptor, struct stat& status)
+{
+    std::string problem = problemWith(path, status);
+    if (!problem.empty()) {
+        return problem;
+    }
+    descriptor = retryInterrupted([&] { return ::open(path.constData(), flags | O_NOFOLLOW); });
+    if (descriptor < 0) {
+        return errorText(errno);
+    }
+    if (::fstat(descriptor, &status) != 0 || !S_ISFIFO(status.st_mode)) {
         ::close(descriptor);
+        descriptor = -1;
+        return kindOf(status.st_mode);
     }
-}
-
-void HeldFifo::giveToOwner()
-{
-    // GCOVR_EXCL_BR_START: somebody else has taken the place of the FIFO that was just made
-    if (problem.empty() && (status.st_mode & permissionBits) != ownerOnly &&
-        ::chmod(procPath().c_str(), ownerOnly) != 0) {
-        // GCOVR_EXCL_BR_STOP
-        problem = errorText(errno);
-    }
+    return std::string();
 }
 
 std::pair<quint64, quint64> fileId(const struct stat& status)
@@ -138,15 +122,16 @@ bool KovaNamedPipe::create()
         logFailure(failure, errorText(errno));
         return false;
     }
-    HeldFifo held(encoded);
-    if (made) {
-        held.giveToOwner();
+    struct stat status = {};
+    std::string problem = problemWith(encoded, status);
+    if (made && problem.empty()) {
+        problem = giveToOwner(encoded, status);
     }
-    if (!held.problem.empty()) {
-        logFailure(failure, held.problem);
+    if (!problem.empty()) {
+        logFailure(failure, problem);
         return false;
     }
-    fifo = fileId(held.status);
+    fifo = fileId(status);
     return true;
 }
 
@@ -159,18 +144,14 @@ bool KovaNamedPipe::open(bool waitForWriter)
     if (!nameUsable(failure)) {
         return false;
     }
-    const HeldFifo held(QFile::encodeName(path));
-    if (!held.problem.empty()) {
-        logFailure(failure, held.problem);
-        return false;
-    }
     const int flags = O_RDONLY | O_CLOEXEC | O_NOCTTY | (waitForWriter ? 0 : O_NONBLOCK);
-    descriptor = retryInterrupted([&] { return ::open(held.procPath().c_str(), flags); });
-    if (descriptor < 0) {
-        logFailure(failure, errorText(errno));
+    struct stat status = {};
+    const std::string problem = openFifo(QFile::encodeName(path), flags, descriptor, status);
+    if (!problem.empty()) {
+        logFailure(failure, problem);
         return false;
     }
-    fifo = fileId(held.status);
+    fifo = fileId(status);
     applyNonBlock();
     notifier = new QSocketNotifier(descriptor, QSocketNotifier::Read, this);
     notifier->setEnabled(false);

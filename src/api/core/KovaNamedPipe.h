@@ -14,9 +14,9 @@ class QSocketNotifier;
 
 /// The reading end of a named pipe (FIFO) with a notifier for the Qt event loop.
 ///
-/// The folder of the pipe may belong to others, who may replace the file at any time. What is
-/// checked and what is opened is therefore always one and the same file, symbolic links are never
-/// followed, and nothing but a FIFO is ever opened. The /proc file system must be mounted.
+/// Other processes may be able to replace the file at any time. Symbolic links are therefore never
+/// followed, a file that is no FIFO is not opened, and what is read was checked after it was
+/// opened. The /proc file system is not needed.
 ///
 /// Every function is called on the thread that owns the object; the notifier needs that thread's
 /// event loop. Failures are logged at ERROR under the logger "KovaNamedPipe".
@@ -39,7 +39,8 @@ public:
     ~KovaNamedPipe() override;
 
     /// Makes the FIFO with mode 0600, whatever the process's umask is. A FIFO that exists already
-    /// is accepted with the mode that its owner gave it.
+    /// is accepted with the mode that its owner gave it. With a umask that removes permissions of
+    /// the owner, the C library may need /proc for this.
     ///
     /// @return false when there is no FIFO afterwards: something else has the name, or the FIFO
     ///         cannot be made
