@@ -1,6 +1,6 @@
 #include "LogLines.h"
 
-#include "support/Media.h"
+#include "kit/Media.h"
 
 #include <QtCore/QDir>
 #include <QtCore/QRegularExpression>

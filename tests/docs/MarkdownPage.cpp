@@ -2,7 +2,7 @@
 
 #include <QtCore/QRegularExpression>
 
-#include "support/Media.h"
+#include "kit/Media.h"
 
 MarkdownPage::MarkdownPage(const QString& path)
 {

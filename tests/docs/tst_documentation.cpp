@@ -1,7 +1,7 @@
 #include "LogLines.h"
 #include "MarkdownPage.h"
 
-#include "support/TestProcess.h"
+#include "kit/TestProcess.h"
 
 #include <QtCore/QDirIterator>
 #include <QtTest/QtTest>

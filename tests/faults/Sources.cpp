@@ -1,8 +1,8 @@
 #include "faults/Sources.h"
 
-#include "support/Media.h"
-#include "support/TestProcess.h"
-#include "support/VirtualCard.h"
+#include "kit/Media.h"
+#include "kit/TestProcess.h"
+#include "kit/VirtualCard.h"
 
 #include <simplePlayer/DataSimplePlayer.h>
 #include <simplePlayer/StreamSimplePlayer.h>

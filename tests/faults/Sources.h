@@ -1,8 +1,8 @@
 #ifndef TEST_FAULTS_SOURCES_H
 #define TEST_FAULTS_SOURCES_H
 
-#include "support/PipeWriter.h"
-#include "support/PlayerProbe.h"
+#include "kit/PipeWriter.h"
+#include "kit/PlayerProbe.h"
 
 #include <QtCore/QElapsedTimer>
 #include <QtCore/QMetaType>

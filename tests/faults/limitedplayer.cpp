@@ -10,7 +10,7 @@
 // because GStreamer lacks a thread, it says "nothing" and stops the player; "stuck" is its last
 // word when a call does not come back.
 
-#include "support/PlayerProbe.h"
+#include "kit/PlayerProbe.h"
 
 #include <simplePlayer/DataSimplePlayer.h>
 #include <simplePlayer/StreamSimplePlayer.h>

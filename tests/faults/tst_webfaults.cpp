@@ -1,9 +1,9 @@
 #include "faults/Sources.h"
 
-#include "support/HttpServer.h"
-#include "support/Media.h"
-#include "support/TestProcess.h"
-#include "support/VirtualCard.h"
+#include "kit/HttpServer.h"
+#include "kit/Media.h"
+#include "kit/TestProcess.h"
+#include "kit/VirtualCard.h"
 
 #include <simplePlayer/UriSimplePlayer.h>
 

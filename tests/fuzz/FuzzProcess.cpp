@@ -1,8 +1,8 @@
 #include "fuzz/FuzzProcess.h"
 
 #include "fuzz/GreedySink.h"
-#include "support/GstLeaks.h"
-#include "support/PlayerProbe.h"
+#include "kit/GstLeaks.h"
+#include "kit/PlayerProbe.h"
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QDeadlineTimer>

@@ -1,8 +1,8 @@
 #ifndef FUZZ_PROCESS_H
 #define FUZZ_PROCESS_H
 
-#include "support/Outcomes.h"
-#include "support/TestProcess.h"
+#include "kit/Outcomes.h"
+#include "kit/TestProcess.h"
 
 #include <QtCore/QByteArray>
 #include <QtCore/QString>

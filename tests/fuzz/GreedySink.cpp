@@ -1,6 +1,6 @@
 #include "fuzz/GreedySink.h"
 
-#include "support/GstFaults.h"
+#include "kit/GstFaults.h"
 
 #include <QtCore/QtGlobal>
 

@@ -4,7 +4,7 @@
 // two texts.
 
 #include "fuzz/FuzzProcess.h"
-#include "support/PlayerProbe.h"
+#include "kit/PlayerProbe.h"
 #include "unit/TestEngine.h"
 
 #include <gst/gst.h>

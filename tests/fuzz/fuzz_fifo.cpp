@@ -4,8 +4,8 @@
 
 #include "fuzz/FifoEnd.h"
 #include "fuzz/FuzzProcess.h"
-#include "support/GstFaults.h"
-#include "support/PlayerProbe.h"
+#include "kit/GstFaults.h"
+#include "kit/PlayerProbe.h"
 
 #include <simplePlayer/StreamSimplePlayer.h>
 #include <simplePlayer/StreamSimplePlayer_p.h>

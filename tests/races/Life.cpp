@@ -1,6 +1,6 @@
 #include "Life.h"
 
-#include "support/PlayerProbe.h"
+#include "kit/PlayerProbe.h"
 
 const char* nameOf(Death death)
 {

@@ -4,7 +4,7 @@
 #include "Chance.h"
 #include "Stage.h"
 
-#include "support/Outcomes.h"
+#include "kit/Outcomes.h"
 
 #include <QtCore/QPointer>
 

@@ -1,7 +1,7 @@
 #include "Stage.h"
 
-#include "support/PlayerProbe.h"
-#include "support/TestProcess.h"
+#include "kit/PlayerProbe.h"
+#include "kit/TestProcess.h"
 
 #include <simplePlayer/DataSimplePlayer.h>
 #include <simplePlayer/StreamSimplePlayer.h>

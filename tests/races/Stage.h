@@ -1,8 +1,8 @@
 #ifndef RACES_STAGE_H
 #define RACES_STAGE_H
 
-#include "support/Media.h"
-#include "support/VirtualCard.h"
+#include "kit/Media.h"
+#include "kit/VirtualCard.h"
 
 #include <simplePlayer/SimplePlayerInterface.h>
 

@@ -1,9 +1,9 @@
 #include "Chance.h"
 #include "Life.h"
 
-#include "support/LogCapture.h"
-#include "support/PlayerProbe.h"
-#include "support/TestProcess.h"
+#include "kit/LogCapture.h"
+#include "kit/PlayerProbe.h"
+#include "kit/TestProcess.h"
 
 #define GST_USE_UNSTABLE_API
 #include <gst/gst.h>

@@ -1,9 +1,9 @@
 #include "Chance.h"
 #include "Life.h"
 
-#include "support/PipeWriter.h"
-#include "support/PlayerProbe.h"
-#include "support/TestProcess.h"
+#include "kit/PipeWriter.h"
+#include "kit/PlayerProbe.h"
+#include "kit/TestProcess.h"
 
 #include <simplePlayer/DataSimplePlayer.h>
 

@@ -1,8 +1,8 @@
 #include "Chance.h"
 #include "Life.h"
 
-#include "support/PlayerProbe.h"
-#include "support/TestProcess.h"
+#include "kit/PlayerProbe.h"
+#include "kit/TestProcess.h"
 
 #include <QtTest/QtTest>
 

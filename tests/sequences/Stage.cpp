@@ -2,8 +2,8 @@
 
 #include "sequences/InertElements.h"
 #include "sequences/PlayerModel.h"
-#include "support/GstLeaks.h"
-#include "support/TestProcess.h"
+#include "kit/GstLeaks.h"
+#include "kit/TestProcess.h"
 
 #include <core/KovaNamedPipe.h>
 #include <simplePlayer/DataSimplePlayer.h>

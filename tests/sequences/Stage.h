@@ -3,8 +3,8 @@
 
 #include "sequences/Observation.h"
 #include "sequences/Step.h"
-#include "support/GstFaults.h"
-#include "support/LogCapture.h"
+#include "kit/GstFaults.h"
+#include "kit/LogCapture.h"
 
 #include <simplePlayer/SimplePlayerInterface.h>
 

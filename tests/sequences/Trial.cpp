@@ -2,11 +2,11 @@
 
 #include "sequences/InertElements.h"
 #include "sequences/Stage.h"
-#include "support/GstLeaks.h"
-#include "support/Media.h"
-#include "support/TestProcess.h"
+#include "kit/GstLeaks.h"
+#include "kit/Media.h"
+#include "kit/TestProcess.h"
 #ifdef HAVE_VIRTUAL_CARD
-#include "support/VirtualCard.h"
+#include "kit/VirtualCard.h"
 #endif
 
 #include <QtCore/QCoreApplication>

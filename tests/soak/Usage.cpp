@@ -1,8 +1,8 @@
 #include "Usage.h"
 
-#include "support/GstLeaks.h"
-#include "support/Holdings.h"
-#include "support/PlayerProbe.h"
+#include "kit/GstLeaks.h"
+#include "kit/Holdings.h"
+#include "kit/PlayerProbe.h"
 
 #include <QtCore/QFile>
 

@@ -7,8 +7,8 @@
 #include "Lives.h"
 #include "Usage.h"
 
-#include "support/PlayerProbe.h"
-#include "support/TestProcess.h"
+#include "kit/PlayerProbe.h"
+#include "kit/TestProcess.h"
 
 #include <QtCore/QCommandLineParser>
 #include <QtCore/QCoreApplication>

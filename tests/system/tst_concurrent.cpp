@@ -1,7 +1,7 @@
-#include "support/Media.h"
-#include "support/PlayerProbe.h"
-#include "support/TestProcess.h"
-#include "support/VirtualCard.h"
+#include "kit/Media.h"
+#include "kit/PlayerProbe.h"
+#include "kit/TestProcess.h"
+#include "kit/VirtualCard.h"
 
 #include <simplePlayer/UriSimplePlayer.h>
 

@@ -1,9 +1,9 @@
-#include "support/Holdings.h"
-#include "support/LogCapture.h"
-#include "support/Media.h"
-#include "support/PlayerProbe.h"
-#include "support/TestProcess.h"
-#include "support/VirtualCard.h"
+#include "kit/Holdings.h"
+#include "kit/LogCapture.h"
+#include "kit/Media.h"
+#include "kit/PlayerProbe.h"
+#include "kit/TestProcess.h"
+#include "kit/VirtualCard.h"
 
 #include <simplePlayer/DataSimplePlayer.h>
 

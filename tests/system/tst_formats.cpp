@@ -1,8 +1,8 @@
-#include "support/LogCapture.h"
-#include "support/Media.h"
-#include "support/PlayerProbe.h"
-#include "support/TestProcess.h"
-#include "support/VirtualCard.h"
+#include "kit/LogCapture.h"
+#include "kit/Media.h"
+#include "kit/PlayerProbe.h"
+#include "kit/TestProcess.h"
+#include "kit/VirtualCard.h"
 
 #include <simplePlayer/UriSimplePlayer.h>
 
@@ -10,7 +10,6 @@
 
 using media::SampleFormat;
 
-Q_DECLARE_METATYPE(media::SampleFormat)
 
 /// What arrives at the sound card from files of all kinds, whole and broken.
 class TestFormats : public QObject

@@ -1,9 +1,9 @@
-#include "support/HttpServer.h"
-#include "support/Media.h"
-#include "support/PipeWriter.h"
-#include "support/PlayerProbe.h"
-#include "support/TestProcess.h"
-#include "support/VirtualCard.h"
+#include "kit/HttpServer.h"
+#include "kit/Media.h"
+#include "kit/PipeWriter.h"
+#include "kit/PlayerProbe.h"
+#include "kit/TestProcess.h"
+#include "kit/VirtualCard.h"
 
 #include <QtCore/QDir>
 #include <QtCore/QElapsedTimer>

@@ -1,9 +1,9 @@
-#include "support/Holdings.h"
-#include "support/Media.h"
-#include "support/PipeWriter.h"
-#include "support/PlayerProbe.h"
-#include "support/TestProcess.h"
-#include "support/VirtualCard.h"
+#include "kit/Holdings.h"
+#include "kit/Media.h"
+#include "kit/PipeWriter.h"
+#include "kit/PlayerProbe.h"
+#include "kit/TestProcess.h"
+#include "kit/VirtualCard.h"
 
 #include <simplePlayer/StreamSimplePlayer.h>
 #include <simplePlayer/UriSimplePlayer.h>
@@ -27,7 +27,6 @@
 
 using media::SampleFormat;
 
-Q_DECLARE_METATYPE(media::SampleFormat)
 Q_DECLARE_METATYPE(PipeWriter::Manner)
 
 /// What arrives at the sound card from other processes that write into a named pipe.

@@ -1,7 +1,7 @@
-#include "support/GstLeaks.h"
-#include "support/Media.h"
-#include "support/TestProcess.h"
-#include "support/VirtualCard.h"
+#include "kit/GstLeaks.h"
+#include "kit/Media.h"
+#include "kit/TestProcess.h"
+#include "kit/VirtualCard.h"
 
 #include <QtCore/QElapsedTimer>
 #include <QtCore/QProcess>
@@ -22,7 +22,6 @@
 #include <vector>
 
 using media::SampleFormat;
-Q_DECLARE_METATYPE(media::SampleFormat)
 
 /// The virtual sound card itself, through ALSA and through GStreamer's sink.
 class TestVirtualCard : public QObject
@@ -816,10 +815,10 @@ void TestVirtualCard::recordThatCannotBeMadeFailsTheSetUp()
     Pcm pcm;
     const QString events = TestProcess::path("own.events");
     QCOMPARE(openWithFields(
-                 QStringLiteral("events \"%1\"\nrecord \"/nonexistent/x.wav\"").arg(events), pcm),
+                 QStringLiteral("events \"%1\"\nrecord \"/dev/null/x.wav\"").arg(events), pcm),
              0);
-    QCOMPARE(configure(pcm, Setup()), -ENOENT);
-    QCOMPARE(alsaErrors, QStringList("virtualcard: /nonexistent/x.wav: No such file or directory"));
+    QCOMPARE(configure(pcm, Setup()), -ENOTDIR);
+    QCOMPARE(alsaErrors, QStringList("virtualcard: /dev/null/x.wav: Not a directory"));
 }
 
 void TestVirtualCard::filesAreNumberedBeforeTheSuffix_data()

@@ -4,7 +4,7 @@ if(NOT KOVA_USE_FRAMEWORK_API)
     kova_add_test(tst_dbglog LIBRARIES kova_api)
     kova_add_test(tst_namedpipe LIBRARIES kova_api)
     # Defines the pipe's functions itself: its meta-object is needed, too.
-    kova_add_test(tst_pipecalls LIBRARIES simpleplayer_objects)
+    kova_add_test(tst_pipecalls LIBRARIES kova_engine_kit)
     target_sources(tst_pipecalls PRIVATE ${PROJECT_SOURCE_DIR}/src/api/core/KovaNamedPipe.h)
 
     # The programs that tst_connect watches abort. The second is compiled like a release build in

@@ -1,8 +1,8 @@
 #ifndef UNIT_TEST_ENGINE_H
 #define UNIT_TEST_ENGINE_H
 
-#include "support/GstFaults.h"
-#include "support/Waiting.h"
+#include "kit/GstFaults.h"
+#include "kit/Waiting.h"
 
 #include <simplePlayer/SimplePlayerInterface_p.h>
 

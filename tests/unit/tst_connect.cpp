@@ -1,5 +1,5 @@
 #include "core/kova.h"
-#include "support/TestProcess.h"
+#include "kit/TestProcess.h"
 
 #include <QtCore/QProcess>
 #include <QtCore/QSocketNotifier>

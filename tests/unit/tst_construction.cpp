@@ -1,8 +1,8 @@
-#include "support/GstFaults.h"
-#include "support/LogCapture.h"
-#include "support/Outcomes.h"
-#include "support/TestProcess.h"
-#include "support/Waiting.h"
+#include "kit/GstFaults.h"
+#include "kit/LogCapture.h"
+#include "kit/Outcomes.h"
+#include "kit/TestProcess.h"
+#include "kit/Waiting.h"
 
 #include <simplePlayer/DataSimplePlayer.h>
 #include <simplePlayer/StreamSimplePlayer.h>

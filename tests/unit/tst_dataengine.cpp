@@ -2,10 +2,10 @@
 #include "unit/OpenEngines.h"
 #include "unit/TestEngine.h"
 
-#include "support/GstLeaks.h"
-#include "support/LogCapture.h"
-#include "support/Outcomes.h"
-#include "support/TestProcess.h"
+#include "kit/GstLeaks.h"
+#include "kit/LogCapture.h"
+#include "kit/Outcomes.h"
+#include "kit/TestProcess.h"
 
 #include <simplePlayer/DataSimplePlayer.h>
 

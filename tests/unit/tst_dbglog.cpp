@@ -1,5 +1,5 @@
 #include "core/dbglog.h"
-#include "support/TestProcess.h"
+#include "kit/TestProcess.h"
 
 #include <QtTest/QtTest>
 

@@ -1,8 +1,8 @@
 #include "unit/TestEngine.h"
 
-#include "support/GstLeaks.h"
-#include "support/LogCapture.h"
-#include "support/TestProcess.h"
+#include "kit/GstLeaks.h"
+#include "kit/LogCapture.h"
+#include "kit/TestProcess.h"
 
 #include <simplePlayer/Logging_p.h>
 

@@ -1,8 +1,8 @@
 #include "unit/OpenEngines.h"
 #include "unit/TestEngine.h"
 
-#include "support/Outcomes.h"
-#include "support/TestProcess.h"
+#include "kit/Outcomes.h"
+#include "kit/TestProcess.h"
 
 #include <simplePlayer/DataSimplePlayer.h>
 #include <simplePlayer/StreamSimplePlayer.h>

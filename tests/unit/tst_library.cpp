@@ -1,5 +1,5 @@
-#include "support/TestProcess.h"
-#include "support/Waiting.h"
+#include "kit/TestProcess.h"
+#include "kit/Waiting.h"
 
 #include <QtCore/QProcess>
 #include <QtCore/QRegularExpression>

@@ -1,8 +1,8 @@
 #include "core/KovaNamedPipe.h"
 #include "core/kova.h"
-#include "support/LogCapture.h"
-#include "support/PipeWriter.h"
-#include "support/TestProcess.h"
+#include "kit/LogCapture.h"
+#include "kit/PipeWriter.h"
+#include "kit/TestProcess.h"
 
 #include <QtCore/QDeadlineTimer>
 #include <QtCore/QDir>

@@ -1,8 +1,8 @@
-#include "support/GstFaults.h"
-#include "support/GstLeaks.h"
-#include "support/Latin1Locale.h"
-#include "support/LogCapture.h"
-#include "support/TestProcess.h"
+#include "kit/GstFaults.h"
+#include "kit/GstLeaks.h"
+#include "kit/Latin1Locale.h"
+#include "kit/LogCapture.h"
+#include "kit/TestProcess.h"
 
 #include <simplePlayer/AudioOutputChain.h>
 

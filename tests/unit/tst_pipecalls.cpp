@@ -1,4 +1,4 @@
-#include "support/TestProcess.h"
+#include "kit/TestProcess.h"
 
 #include <core/KovaNamedPipe.h>
 #include <simplePlayer/StreamSimplePlayer.h>

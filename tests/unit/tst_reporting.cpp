@@ -1,9 +1,9 @@
 #include "unit/TestEngine.h"
 
-#include "support/GstLeaks.h"
-#include "support/LogCapture.h"
-#include "support/Outcomes.h"
-#include "support/TestProcess.h"
+#include "kit/GstLeaks.h"
+#include "kit/LogCapture.h"
+#include "kit/Outcomes.h"
+#include "kit/TestProcess.h"
 
 #include <QtCore/QThread>
 #include <QtTest/QtTest>

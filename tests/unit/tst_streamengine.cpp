@@ -2,12 +2,12 @@
 #include "unit/OpenEngines.h"
 #include "unit/TestEngine.h"
 
-#include "support/GstLeaks.h"
-#include "support/LogCapture.h"
-#include "support/Outcomes.h"
-#include "support/PipeWriter.h"
-#include "support/TestProcess.h"
-#include "support/Waiting.h"
+#include "kit/GstLeaks.h"
+#include "kit/LogCapture.h"
+#include "kit/Outcomes.h"
+#include "kit/PipeWriter.h"
+#include "kit/TestProcess.h"
+#include "kit/Waiting.h"
 
 #include <core/KovaNamedPipe.h>
 #include <simplePlayer/StreamSimplePlayer.h>

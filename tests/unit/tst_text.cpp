@@ -1,4 +1,4 @@
-#include "support/TestProcess.h"
+#include "kit/TestProcess.h"
 
 #include <tools/kova-play/Text.h>
 

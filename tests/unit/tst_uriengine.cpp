@@ -1,12 +1,12 @@
 #include "unit/OpenEngines.h"
 #include "unit/TestEngine.h"
 
-#include "support/GstFaults.h"
-#include "support/GstLeaks.h"
-#include "support/Latin1Locale.h"
-#include "support/LogCapture.h"
-#include "support/Outcomes.h"
-#include "support/TestProcess.h"
+#include "kit/GstFaults.h"
+#include "kit/GstLeaks.h"
+#include "kit/Latin1Locale.h"
+#include "kit/LogCapture.h"
+#include "kit/Outcomes.h"
+#include "kit/TestProcess.h"
 
 #include <simplePlayer/UriSimplePlayer.h>
 

@@ -74,14 +74,8 @@ bool WavRecord::adopt(Descriptor&& candidate)
     if (!header.empty() && !isSameWav(header, wavHeader(layout, 0))) {
         return false;
     }
-    // The file's size and not its header is right after a crash. Only the padding byte behind an
-    // odd number of one-byte frames has to be told from a frame.
-    dataSize = size > headerSize ? size - headerSize : 0;
-    dataSize -= dataSize % layout.frameSize();
-    const std::uint64_t told = header.empty() ? 0 : wavDataSize(header);
-    if (told % 2 == 1 && dataSize == told + 1) {
-        dataSize = told;
-    }
+    const std::optional<WavContent> content = readWav(header, size);
+    dataSize = content ? content->dataSize : 0;
     file = std::move(candidate);
     return true;
 }

@@ -2,7 +2,7 @@
 #define VIRTUALCARD_WAV_RECORD_H
 
 #include "Descriptor.h"
-#include "WavHeader.h"
+#include "wav/Wav.h"
 
 #include <cstddef>
 #include <string>

@@ -1,0 +1,62 @@
+#ifndef KIT_OUTCOMES_H
+#define KIT_OUTCOMES_H
+
+#include <simplePlayer/SimplePlayerInterface.h>
+
+#include <QtCore/QObject>
+#include <QtCore/QStringList>
+
+#include <algorithm>
+#include <functional>
+
+/// Records the signals of a player in the order of their arrival, one text each, in the form of
+/// kova-play's outcome lines: "ended TOKEN", "stopped TOKEN", "error TOKEN: reason". Lives on the
+/// player's thread.
+class Outcomes : public QObject
+{
+public:
+    explicit Outcomes(const SimplePlayer* player)
+    {
+        connect(player, &SimplePlayer::playbackEnded, this,
+                [this](const QString& token) { add(QStringLiteral("ended ") + token); });
+        connect(player, &SimplePlayer::playbackStopped, this,
+                [this](const QString& token) { add(QStringLiteral("stopped ") + token); });
+        connect(player, &SimplePlayer::playbackErrorReported, this,
+                [this](const QString& token, const QString& reason) {
+                    add(QStringLiteral("error %1: %2").arg(token, reason));
+                });
+    }
+
+    QStringList all;
+
+    /// Called inside the player's signal, after the outcome was recorded.
+    std::function<void()> inSlot;
+
+    /// Whether a report tells of a push that a stop or a failure has overtaken. Now and then that
+    /// finds a player of data at work, which says so beside its outcome and before it.
+    static bool isRefusal(const QString& report)
+    {
+        return report.startsWith(QLatin1String("error ")) &&
+               report.endsWith(QLatin1String(": Failed to push buffer"));
+    }
+
+private:
+    void add(const QString& outcome)
+    {
+        all.append(outcome);
+        if (inSlot) {
+            inSlot();
+        }
+    }
+};
+
+/// What is left of the reports of a player of data without refused pushes. Of a pipe they are the
+/// outcome itself.
+inline QStringList withoutRefusals(QStringList reports)
+{
+    reports.erase(std::remove_if(reports.begin(), reports.end(), Outcomes::isRefusal),
+                  reports.end());
+    return reports;
+}
+
+#endif

@@ -1,0 +1,87 @@
+#ifndef KIT_VIRTUAL_CARD_H
+#define KIT_VIRTUAL_CARD_H
+
+#include <QtCore/QByteArray>
+#include <QtCore/QString>
+#include <QtCore/QStringList>
+#include <QtCore/QVector>
+
+/// A sound card without hardware that exists while this object lives. It records what is played on
+/// it, and writes down what is done with it, as it happens: both may be read at any time.
+///
+/// Only the cards that live now exist for ALSA in this process and in the processes that it starts;
+/// nothing of the machine's own sound is there. Make the first card before other threads run (it
+/// sets an environment variable), and further ones when you like, on any thread.
+class VirtualCard
+{
+public:
+    struct Settings
+    {
+        /// How many times faster than real time the card plays. An emulated processor is slow, and
+        /// so is its card.
+        double speed = qEnvironmentVariableIsSet("KOVA_EMULATOR") ? 4.0 : 20.0;
+        bool canPause = true;
+        /// What the card refuses: "open", "format" or "rate"; nothing when empty.
+        QString refuse;
+        /// After so many frames the card is unplugged; never when negative.
+        qint64 vanishAfter = -1;
+        /// After so many frames the card stands still; never when negative.
+        qint64 stallAfter = -1;
+        /// Whether a client that writes too late gets an underrun, as on hardware. Otherwise the
+        /// card waits for it, so that all sound arrives however busy the machine is.
+        bool underruns = false;
+
+        /// A card that stands still after a tenth of a second at 48 kHz: no longer item ends.
+        static Settings standingStill();
+    };
+
+    /// Something that was done with the card.
+    struct Event
+    {
+        qint64 ns;       ///< nanoseconds of the monotonic clock
+        QString name;    ///< "open", "configure", "first-frame", "drained" …
+        QString details; ///< may be empty
+    };
+
+    /// Plugs a new card in that has played nothing yet.
+    /// @param name  letters, digits, "-" and "_"; no other living card has it
+    explicit VirtualCard(const QString& name, const Settings& settings);
+    explicit VirtualCard(const QString& name);
+    ~VirtualCard();
+    VirtualCard(const VirtualCard&) = delete;
+    VirtualCard& operator=(const VirtualCard&) = delete;
+
+    /// The name of the card for ALSA and for players.
+    QString device() const;
+
+    /// Everything that was played, without the header of the file. Sound of another format than the
+    /// first one is in the further files.
+    /// @param file  which of the recordPaths()
+    QByteArray samples(int file = 0) const;
+    /// The same as a number of frames.
+    qint64 frames(int file = 0) const;
+    /// Runs the event loop until so many were played. @return whether they were in time
+    bool waitForFrames(qint64 count) const;
+    /// How the samples are stored: "U8", "S16", "S24" (three bytes), "S32", "F32" or "F64"; empty
+    /// when nothing was recorded.
+    QString format(int file = 0) const;
+    int rate(int file = 0) const;
+    int channels(int file = 0) const;
+
+    /// The WAV file of the first format.
+    QString recordPath() const;
+    /// All WAV files, in the order in which they were begun.
+    QStringList recordPaths() const;
+
+    /// All events so far in the order in which the card took note of them.
+    QVector<Event> events() const;
+    /// Their names alone.
+    QStringList eventNames() const;
+    /// Whether there was such an event.
+    bool has(const QString& eventName) const;
+
+private:
+    const QString name;
+};
+
+#endif

@@ -1,0 +1,4 @@
+// Exists for its precompiled headers.
+int main()
+{
+}
