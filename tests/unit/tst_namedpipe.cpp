@@ -57,7 +57,6 @@ private Q_SLOTS:
     void openWithoutPermissionFails();
     void fileThatReplacesTheFifoIsNotRead_data();
     void fileThatReplacesTheFifoIsNotRead();
-    void fileThatIsSwappedAllTheTimeIsNeverRead();
     void needsNoProcFileSystem();
     void failureLineTellsThePipesApart();
     void failureIsSilentWhenErrorsAreNotLogged();
@@ -512,42 +511,6 @@ void TestNamedPipe::fileThatReplacesTheFifoIsNotRead()
     QCOMPARE(log->texts("ERROR"),
              QStringList("Failed to open named pipe, " + reason + ", id: 1 name: " + fifo));
     QCOMPARE(openDescriptors(), before);
-}
-
-void TestNamedPipe::fileThatIsSwappedAllTheTimeIsNeverRead()
-{
-    const QByteArray here = encoded(fifo);
-    const QByteArray there = here + ".swapped";
-    QCOMPARE(::mkfifo(here.constData(), 0600), 0);
-    QFile other(QFile::decodeName(there));
-    QVERIFY(other.open(QIODevice::WriteOnly));
-    std::atomic<bool> done{false};
-    std::thread swapper([&] {
-        while (!done) {
-            ::renameat2(AT_FDCWD, here.constData(), AT_FDCWD, there.constData(), RENAME_EXCHANGE);
-        }
-    });
-    int opened = 0;
-    int refused = 0;
-    int wrong = 0;
-    const QDeadlineTimer deadline(timeoutMs);
-    while ((opened < 200 || refused < 200) && !deadline.hasExpired()) {
-        KovaNamedPipe pipe(fifo, 1, nullptr, false);
-        if (!pipe.open(false)) {
-            ++refused;
-            continue;
-        }
-        ++opened;
-        struct stat status = {};
-        ::fstat(static_cast<int>(pipe.readNotifier()->socket()), &status);
-        wrong += S_ISFIFO(status.st_mode) ? 0 : 1;
-    }
-    done = true;
-    swapper.join();
-    QCOMPARE(wrong, 0);
-    QVERIFY(opened >= 200);
-    QVERIFY(refused >= 200);
-    QVERIFY(other.remove());
 }
 
 void TestNamedPipe::needsNoProcFileSystem()
