@@ -32,7 +32,7 @@ function(_kova_compile_block target block)
     set(source ${folder}/example.cpp)
     # Written only when it has changed.
     file(CONFIGURE OUTPUT ${source} CONTENT "${block}" @ONLY)
-    if(block MATCHES "int main\\(|KOVA_TEST_MAIN")
+    if(block MATCHES "int main\\(")
         add_executable(${target} ${source})
     else()
         add_library(${target} OBJECT ${source})

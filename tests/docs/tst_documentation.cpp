@@ -1,6 +1,7 @@
 #include "LogLines.h"
 #include "MarkdownPage.h"
 
+#include "kit/TestMain.h"
 #include "kit/TestProcess.h"
 
 #include <QtCore/QDirIterator>
@@ -99,5 +100,5 @@ void TestDocumentation::logReferenceInventsNoLine()
     }
 }
 
-KOVA_TEST_MAIN(TestDocumentation)
+KOVA_TEST(TestDocumentation)
 #include "tst_documentation.moc"

@@ -1,6 +1,7 @@
 #include "faults/Sources.h"
 
 #include "kit/Media.h"
+#include "kit/TestMain.h"
 #include "kit/TestProcess.h"
 #include "kit/VirtualCard.h"
 
@@ -195,5 +196,5 @@ void TestCardFaults::cardThatStandsStillLetsThePlayerGo()
     QCOMPARE(flawOfNextPlayer(source), QString());
 }
 
-KOVA_TEST_MAIN(TestCardFaults)
+KOVA_TEST(TestCardFaults)
 #include "tst_cardfaults.moc"

@@ -2,6 +2,7 @@
 
 #include "kit/GstFaults.h"
 #include "kit/Media.h"
+#include "kit/TestMain.h"
 #include "kit/TestProcess.h"
 #include "kit/VirtualCard.h"
 
@@ -364,5 +365,5 @@ void TestItemFaults::missingElementIsReported()
     QCOMPARE(flawOfNextPlayer(source), QString());
 }
 
-KOVA_TEST_MAIN(TestItemFaults)
+KOVA_TEST(TestItemFaults)
 #include "tst_itemfaults.moc"

@@ -2,6 +2,7 @@
 
 #include "kit/HttpServer.h"
 #include "kit/Media.h"
+#include "kit/TestMain.h"
 #include "kit/TestProcess.h"
 #include "kit/VirtualCard.h"
 
@@ -235,5 +236,5 @@ void TestLimits::startWithLittleMemoryHasOneOutcome()
     }
 }
 
-KOVA_TEST_MAIN(TestLimits)
+KOVA_TEST(TestLimits)
 #include "tst_limits.moc"

@@ -2,6 +2,7 @@
 
 #include "kit/HttpServer.h"
 #include "kit/Media.h"
+#include "kit/TestMain.h"
 #include "kit/TestProcess.h"
 #include "kit/VirtualCard.h"
 
@@ -201,5 +202,5 @@ void TestWebFaults::silentServerLetsThePlayerGo()
     QCOMPARE(flawOfNextPlayer(Source::Uri), QString());
 }
 
-KOVA_TEST_MAIN(TestWebFaults)
+KOVA_TEST(TestWebFaults)
 #include "tst_webfaults.moc"

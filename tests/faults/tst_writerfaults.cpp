@@ -1,6 +1,7 @@
 #include "faults/Sources.h"
 
 #include "kit/Media.h"
+#include "kit/TestMain.h"
 #include "kit/TestProcess.h"
 #include "kit/VirtualCard.h"
 
@@ -131,5 +132,5 @@ void TestWriterFaults::killedWriterOfRawSamplesEndsTheStream()
     QCOMPARE(flawOfNextPlayer(Source::Pipe), QString());
 }
 
-KOVA_TEST_MAIN(TestWriterFaults)
+KOVA_TEST(TestWriterFaults)
 #include "tst_writerfaults.moc"

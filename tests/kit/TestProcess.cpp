@@ -117,8 +117,10 @@ QString TestProcess::runWithoutProc(const QStringList& functions)
         return QString();
     }
     QByteArray output;
-    const int status =
-        runInNamespace(QStringList(QCoreApplication::applicationFilePath()) + functions, &output);
+    const int status = runInNamespace(
+        QStringList{QCoreApplication::applicationFilePath(), QCoreApplication::applicationName()} +
+            functions,
+        &output);
     return status == 0 ? QString()
                        : QStringLiteral("exit status %1: %2").arg(status).arg(QString(output));
 }

@@ -40,16 +40,4 @@ private:
 /// any harm to playback.
 bool isComplaintOfGStreamerItself(const char* critical);
 
-/// The main() of a test program that runs the tests of one class. The class's constructor may still
-/// change the environment that GStreamer is initialised in.
-#define KOVA_TEST_MAIN(TestClass)                                                                  \
-    int main(int argc, char** argv)                                                                \
-    {                                                                                              \
-        TestProcess process;                                                                       \
-        QCoreApplication application(argc, argv);                                                  \
-        TestClass test;                                                                            \
-        trackGstObjects();                                                                         \
-        return QTest::qExec(&test, argc, argv);                                                    \
-    }
-
 #endif

@@ -2,6 +2,7 @@
 #include "Life.h"
 
 #include "kit/PlayerProbe.h"
+#include "kit/TestMain.h"
 #include "kit/TestProcess.h"
 
 #include <QtCore/QThread>
@@ -126,5 +127,5 @@ void TestCrowd::playersOfAllKindsComeAndGoInThreads()
     QCOMPARE(leakedGstObjects(), QString());
 }
 
-KOVA_TEST_MAIN(TestCrowd)
+KOVA_TEST(TestCrowd)
 #include "tst_crowd.moc"

@@ -3,6 +3,7 @@
 
 #include "kit/LogCapture.h"
 #include "kit/PlayerProbe.h"
+#include "kit/TestMain.h"
 #include "kit/TestProcess.h"
 
 #define GST_USE_UNSTABLE_API
@@ -222,5 +223,5 @@ void TestEndOfStream::stopBehindTheHandledEnd()
     QVERIFY(met > 0);
 }
 
-KOVA_TEST_MAIN(TestEndOfStream)
+KOVA_TEST(TestEndOfStream)
 #include "tst_endofstream.moc"

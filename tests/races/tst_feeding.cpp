@@ -3,6 +3,7 @@
 
 #include "kit/PipeWriter.h"
 #include "kit/PlayerProbe.h"
+#include "kit/TestMain.h"
 #include "kit/TestProcess.h"
 
 #include <simplePlayer/DataSimplePlayer.h>
@@ -343,5 +344,5 @@ void TestFeeding::deathBehindAKilledWriter()
     QCOMPARE(playWhole(Source::Stream, *item, "card"), QString());
 }
 
-KOVA_TEST_MAIN(TestFeeding)
+KOVA_TEST(TestFeeding)
 #include "tst_feeding.moc"

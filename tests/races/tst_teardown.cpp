@@ -2,6 +2,7 @@
 #include "Life.h"
 
 #include "kit/PlayerProbe.h"
+#include "kit/TestMain.h"
 #include "kit/TestProcess.h"
 
 #include <QtTest/QtTest>
@@ -115,5 +116,5 @@ void TestTeardown::deathInTheSlotOfAFailure()
     QCOMPARE(playWhole(source, *item, "card"), QString());
 }
 
-KOVA_TEST_MAIN(TestTeardown)
+KOVA_TEST(TestTeardown)
 #include "tst_teardown.moc"

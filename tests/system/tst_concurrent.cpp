@@ -1,5 +1,6 @@
 #include "kit/Media.h"
 #include "kit/PlayerProbe.h"
+#include "kit/TestMain.h"
 #include "kit/TestProcess.h"
 #include "kit/VirtualCard.h"
 
@@ -184,5 +185,5 @@ void TestConcurrent::playersComeAndGoInThreads()
     }
 }
 
-KOVA_TEST_MAIN(TestConcurrent)
+KOVA_TEST(TestConcurrent)
 #include "tst_concurrent.moc"

@@ -2,6 +2,7 @@
 #include "kit/LogCapture.h"
 #include "kit/Media.h"
 #include "kit/PlayerProbe.h"
+#include "kit/TestMain.h"
 #include "kit/TestProcess.h"
 #include "kit/VirtualCard.h"
 
@@ -602,5 +603,5 @@ void TestData::destroyedLaterIsSilent()
     QCOMPARE(withoutRefusals(probe.destroy()), state.outcomes);
 }
 
-KOVA_TEST_MAIN(TestData)
+KOVA_TEST(TestData)
 #include "tst_data.moc"

@@ -1,6 +1,7 @@
 #include "kit/LogCapture.h"
 #include "kit/Media.h"
 #include "kit/PlayerProbe.h"
+#include "kit/TestMain.h"
 #include "kit/TestProcess.h"
 #include "kit/VirtualCard.h"
 
@@ -362,5 +363,5 @@ void TestFormats::damagedFileHasOneOutcome()
     QVERIFY2(!outcomes.first().startsWith("stopped"), qPrintable(outcomes.first()));
 }
 
-KOVA_TEST_MAIN(TestFormats)
+KOVA_TEST(TestFormats)
 #include "tst_formats.moc"

@@ -2,6 +2,7 @@
 #include "kit/Media.h"
 #include "kit/PipeWriter.h"
 #include "kit/PlayerProbe.h"
+#include "kit/TestMain.h"
 #include "kit/TestProcess.h"
 #include "kit/VirtualCard.h"
 
@@ -1447,5 +1448,5 @@ void TestKovaPlay::lostTerminalDoesNotEndIgnoringProgram()
              QByteArray("stopped a\nstopped b\n"));
 }
 
-KOVA_TEST_MAIN(TestKovaPlay)
+KOVA_TEST(TestKovaPlay)
 #include "tst_kova_play.moc"

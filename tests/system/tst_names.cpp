@@ -1,6 +1,7 @@
 #include "kit/LogCapture.h"
 #include "kit/Media.h"
 #include "kit/PlayerProbe.h"
+#include "kit/TestMain.h"
 #include "kit/TestProcess.h"
 #include "kit/VirtualCard.h"
 
@@ -336,5 +337,5 @@ void TestNames::emptyPathDoesNotStart()
     QCOMPARE(probe.destroy(), QStringList());
 }
 
-KOVA_TEST_MAIN(TestNames)
+KOVA_TEST(TestNames)
 #include "tst_names.moc"

@@ -1,6 +1,7 @@
 #include "kit/LogCapture.h"
 #include "kit/Media.h"
 #include "kit/PlayerProbe.h"
+#include "kit/TestMain.h"
 #include "kit/TestProcess.h"
 #include "kit/VirtualCard.h"
 
@@ -438,5 +439,5 @@ void TestPlayback::deletedLaterInItsOwnSlot()
     QCOMPARE(outcomes.all, QStringList(end));
 }
 
-KOVA_TEST_MAIN(TestPlayback)
+KOVA_TEST(TestPlayback)
 #include "tst_playback.moc"

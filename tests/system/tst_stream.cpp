@@ -2,6 +2,7 @@
 #include "kit/Media.h"
 #include "kit/PipeWriter.h"
 #include "kit/PlayerProbe.h"
+#include "kit/TestMain.h"
 #include "kit/TestProcess.h"
 #include "kit/VirtualCard.h"
 
@@ -999,5 +1000,5 @@ void TestStream::quickRoundsLeaveNothing()
     QVERIFY(waitFor([&before] { return Holdings::now().within(before); }));
 }
 
-KOVA_TEST_MAIN(TestStream)
+KOVA_TEST(TestStream)
 #include "tst_stream.moc"

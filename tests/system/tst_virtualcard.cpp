@@ -1,5 +1,6 @@
 #include "kit/GstLeaks.h"
 #include "kit/Media.h"
+#include "kit/TestMain.h"
 #include "kit/TestProcess.h"
 #include "kit/VirtualCard.h"
 
@@ -1189,5 +1190,5 @@ void TestVirtualCard::pipelineReportsFailingCard()
     }
 }
 
-KOVA_TEST_MAIN(TestVirtualCard)
+KOVA_TEST(TestVirtualCard)
 #include "tst_virtualcard.moc"

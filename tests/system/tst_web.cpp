@@ -2,6 +2,7 @@
 #include "kit/LogCapture.h"
 #include "kit/Media.h"
 #include "kit/PlayerProbe.h"
+#include "kit/TestMain.h"
 #include "kit/TestProcess.h"
 #include "kit/VirtualCard.h"
 
@@ -231,5 +232,5 @@ void TestWeb::loopingWithoutRangesFails()
     QVERIFY(media::withoutTrailingSilence(card.samples(), sound.frameSize()) == sound.samples);
 }
 
-KOVA_TEST_MAIN(TestWeb)
+KOVA_TEST(TestWeb)
 #include "tst_web.moc"

@@ -3,6 +3,7 @@
 #include "kit/GstLeaks.h"
 #include "kit/LogCapture.h"
 #include "kit/Outcomes.h"
+#include "kit/TestMain.h"
 #include "kit/TestProcess.h"
 
 #include <QtTest/QtTest>
@@ -399,5 +400,5 @@ void TestBusWatch::clientMayEndThePlaybackInsideEverySlot()
     }
 }
 
-KOVA_TEST_MAIN(TestBusWatch)
+KOVA_TEST(TestBusWatch)
 #include "tst_buswatch.moc"

@@ -1,3 +1,4 @@
+#include "kit/TestMain.h"
 #include "kit/TestProcess.h"
 
 #include <tools/virtualcard/CardClock.h>
@@ -42,5 +43,5 @@ void TestCardClock::timeOfAFrameIsTheFirstThatShowsIt()
     }
 }
 
-KOVA_TEST_MAIN(TestCardClock)
+KOVA_TEST(TestCardClock)
 #include "tst_cardclock.moc"

@@ -1,4 +1,5 @@
 #include "core/kova.h"
+#include "kit/TestMain.h"
 #include "kit/TestProcess.h"
 
 #include <QtCore/QProcess>
@@ -200,5 +201,5 @@ void TestConnect::returnedConnectionCanBeCut()
     QVERIFY(receiver.numbers.isEmpty());
 }
 
-KOVA_TEST_MAIN(TestConnect)
+KOVA_TEST(TestConnect)
 #include "tst_connect.moc"

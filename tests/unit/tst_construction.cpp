@@ -26,10 +26,12 @@ public:
     /// One player of each kind.
     static Players makePlayers();
 
+    bool wasInitialized = true; ///< GStreamer, before the first player of the process
     Players madeBeforeTheApplication;
     Players outliveTheApplication;
 
 private Q_SLOTS:
+    void firstPlayerInitializesGStreamer();
     void constructionLoadsNoPlugin();
     void elementsOfTheClientAreKept_data();
     void elementsOfTheClientAreKept();
@@ -49,6 +51,12 @@ TestConstruction::Players TestConstruction::makePlayers()
                                                 QString(), token, device));
     players.emplace_back(new FakePlayer(token));
     return players;
+}
+
+void TestConstruction::firstPlayerInitializesGStreamer()
+{
+    QVERIFY(!wasInitialized);
+    QVERIFY(gst_is_initialized());
 }
 
 static QStringList loadedPlugins()
@@ -120,8 +128,8 @@ void TestConstruction::playersMayOutliveTheApplication()
 int main(int argc, char** argv)
 {
     const TestProcess process;
-    trackGstObjects();
     TestConstruction test;
+    test.wasInitialized = gst_is_initialized();
     {
         const TestConstruction::Players withoutApplication = TestConstruction::makePlayers();
         useAll(withoutApplication);

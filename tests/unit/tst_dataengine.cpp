@@ -5,6 +5,7 @@
 #include "kit/GstLeaks.h"
 #include "kit/LogCapture.h"
 #include "kit/Outcomes.h"
+#include "kit/TestMain.h"
 #include "kit/TestProcess.h"
 
 #include <simplePlayer/DataSimplePlayer.h>
@@ -981,5 +982,5 @@ void TestDataEngine::destructorLogsWhatTheBaseLogs()
     QCOMPARE(outcomes.all, QStringList());
 }
 
-KOVA_TEST_MAIN(TestDataEngine)
+KOVA_TEST(TestDataEngine)
 #include "tst_dataengine.moc"

@@ -1,4 +1,5 @@
 #include "core/dbglog.h"
+#include "kit/TestMain.h"
 #include "kit/TestProcess.h"
 
 #include <QtTest/QtTest>
@@ -92,5 +93,5 @@ void TestDbglog::compilerGivesTheSameLabels()
     QCOMPARE(dbglog_scopedFunction(Engine::make(1), ""), std::string("Engine::make"));
 }
 
-KOVA_TEST_MAIN(TestDbglog)
+KOVA_TEST(TestDbglog)
 #include "tst_dbglog.moc"

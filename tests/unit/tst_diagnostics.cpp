@@ -2,6 +2,7 @@
 
 #include "kit/GstLeaks.h"
 #include "kit/LogCapture.h"
+#include "kit/TestMain.h"
 #include "kit/TestProcess.h"
 
 #include <simplePlayer/Logging_p.h>
@@ -37,6 +38,7 @@ private Q_SLOTS:
     void dumpShowsParametersStatesAndCaps();
     void verboseDumpShowsMore();
     void everyStateChangeOfAPlaybackIsDumped();
+    void dumpLogsNothing();
     void withoutFolderNothingIsWrittenOrLogged();
 
 private:
@@ -49,11 +51,16 @@ private:
     LogCapture log;
 };
 
-// GStreamer looks for the folder once, when it is initialised: that comes later.
+/// The variable that makes a process run this test without a folder for dumps.
+static const QString withoutFolder = QStringLiteral("KOVA_WITHOUT_DUMP_FOLDER");
+
+// GStreamer reads the variable when it is initialised, which is later.
 TestDiagnostics::TestDiagnostics() : folder(TestProcess::path(QStringLiteral("dumps")))
 {
     QDir().mkpath(folder.path());
-    qputenv("GST_DEBUG_DUMP_DOT_DIR", folder.path().toLocal8Bit());
+    if (!qEnvironmentVariableIsSet(qPrintable(withoutFolder))) {
+        qputenv("GST_DEBUG_DUMP_DOT_DIR", folder.path().toLocal8Bit());
+    }
 }
 
 void TestDiagnostics::init()
@@ -228,42 +235,27 @@ void TestDiagnostics::everyStateChangeOfAPlaybackIsDumped()
 
 void TestDiagnostics::withoutFolderNothingIsWrittenOrLogged()
 {
-    // GStreamer has read the variable long ago, so another process must show it: this same
-    // program without the variable, making one dump.
+    // GStreamer has read the variable already: another process runs dumpLogsNothing() without it.
     QProcess other;
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert(QStringLiteral("KOVA_DUMP_WITHOUT_FOLDER"), QStringLiteral("1"));
+    environment.insert(withoutFolder, QStringLiteral("1"));
     other.setProcessEnvironment(environment);
     other.setWorkingDirectory(folder.path());
-    other.start(TestProcess::startable(QCoreApplication::applicationFilePath()), QStringList());
+    other.start(TestProcess::startable(QCoreApplication::applicationFilePath()),
+                {QCoreApplication::applicationName(), "dumpLogsNothing"});
     QVERIFY(other.waitForFinished(patience));
-    QCOMPARE(other.exitCode(), 0);
-    QCOMPARE(other.readAllStandardOutput(), QByteArray("dumped, 0 lines logged\n"));
+    QVERIFY2(other.exitCode() == 0, other.readAllStandardOutput().constData());
     QCOMPARE(folder.entryList(QDir::Files), QStringList());
 }
 
-/// What the other process of the last test does.
-static int dumpWithoutFolder()
+void TestDiagnostics::dumpLogsNothing()
 {
-    qunsetenv("GST_DEBUG_DUMP_DOT_DIR");
-    trackGstObjects();
-    const LogCapture log;
+    log.clear();
     GstElement* pipeline = gst_pipeline_new(nullptr);
     createDotPipelineDump(GST_PIPELINE(pipeline), "prefix", "name", false);
     gst_object_unref(pipeline);
-    printf("dumped, %d lines logged\n", log.lines().size());
-    return 0;
+    QCOMPARE(log.lines(), QStringList());
 }
 
-int main(int argc, char** argv)
-{
-    const TestProcess process;
-    const QCoreApplication application(argc, argv);
-    if (qEnvironmentVariableIsSet("KOVA_DUMP_WITHOUT_FOLDER")) {
-        return dumpWithoutFolder();
-    }
-    TestDiagnostics test;
-    trackGstObjects();
-    return QTest::qExec(&test, argc, argv);
-}
+KOVA_TEST(TestDiagnostics)
 #include "tst_diagnostics.moc"

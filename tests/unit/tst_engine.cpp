@@ -3,6 +3,7 @@
 #include "kit/GstLeaks.h"
 #include "kit/LogCapture.h"
 #include "kit/Outcomes.h"
+#include "kit/TestMain.h"
 #include "kit/TestProcess.h"
 
 #include <QtCore/QProcess>
@@ -14,9 +15,6 @@
 #include <memory>
 
 namespace {
-
-/// The argument that makes this program another one, which has not initialised GStreamer.
-const QString constructOnly = QStringLiteral("--construct-only");
 
 /// A player with its log and its outcomes.
 struct Scene
@@ -97,7 +95,6 @@ private Q_SLOTS:
     void tokenIsLoggedAndReportedWhole_data();
     void tokenIsLoggedAndReportedWhole();
     void constructionInitialisesTheMembers();
-    void constructionInitialisesGStreamer();
     void engineIsAChildOfItsPlayer();
 
     void startBuildsAPipelineAndPlays();
@@ -198,15 +195,6 @@ void TestEngineOperations::constructionInitialisesTheMembers()
     QCOMPARE(scene.engine.device, QStringLiteral("device"));
     QVERIFY(!scene.engine.initialized);
     QVERIFY(!scene.engine.endReported);
-}
-
-void TestEngineOperations::constructionInitialisesGStreamer()
-{
-    // This process has initialised it already: another one makes an engine first of all.
-    QProcess fresh;
-    fresh.start(TestProcess::startable(QCoreApplication::applicationFilePath()), {constructOnly});
-    QVERIFY(fresh.waitForFinished(patience));
-    QCOMPARE(fresh.readAllStandardOutput(), QByteArray("before: 0, after: 1\n"));
 }
 
 void TestEngineOperations::engineIsAChildOfItsPlayer()
@@ -753,24 +741,5 @@ void TestEngineOperations::engineIsServedByTheThreadThatMadeIt()
     QCOMPARE(outcomesThere, QStringList{"ended T"});
 }
 
-/// What the other process of constructionInitialisesGStreamer() does.
-static int constructAnEngine()
-{
-    const bool before = gst_is_initialized();
-    const TestPlayer player;
-    std::printf("before: %d, after: %d\n", before, bool(gst_is_initialized()));
-    return 0;
-}
-
-int main(int argc, char** argv)
-{
-    const TestProcess process;
-    const QCoreApplication application(argc, argv);
-    if (application.arguments().contains(constructOnly)) {
-        return constructAnEngine();
-    }
-    trackGstObjects();
-    TestEngineOperations test;
-    return QTest::qExec(&test, argc, argv);
-}
+KOVA_TEST(TestEngineOperations)
 #include "tst_engine.moc"

@@ -2,6 +2,7 @@
 #include "unit/TestEngine.h"
 
 #include "kit/Outcomes.h"
+#include "kit/TestMain.h"
 #include "kit/TestProcess.h"
 
 #include <simplePlayer/DataSimplePlayer.h>
@@ -398,5 +399,5 @@ void TestInterface::classSizesAreThoseOfTheirMembers()
     QCOMPARE(sizeof(UriSimplePlayerImpl), sizeof(SimplePlayerImpl) + 5 * sizeof(void*));
 }
 
-KOVA_TEST_MAIN(TestInterface)
+KOVA_TEST(TestInterface)
 #include "tst_interface.moc"

@@ -1,3 +1,4 @@
+#include "kit/TestMain.h"
 #include "kit/TestProcess.h"
 #include "kit/Waiting.h"
 
@@ -130,5 +131,5 @@ void TestItemPlayback::onlyPausedItemIsResumed()
     QCOMPARE(playback.state(), Playback::State::Playing);
 }
 
-KOVA_TEST_MAIN(TestItemPlayback)
+KOVA_TEST(TestItemPlayback)
 #include "tst_itemplayback.moc"

@@ -1,3 +1,4 @@
+#include "kit/TestMain.h"
 #include "kit/TestProcess.h"
 #include "kit/Waiting.h"
 
@@ -134,5 +135,5 @@ void TestLibrary::loadingCreatesTheLoggerOfEverySource()
     QCOMPARE(loggers, KOVA_LOGGING_SOURCES);
 }
 
-KOVA_TEST_MAIN(TestLibrary)
+KOVA_TEST(TestLibrary)
 #include "tst_library.moc"

@@ -2,6 +2,7 @@
 #include "core/kova.h"
 #include "kit/LogCapture.h"
 #include "kit/PipeWriter.h"
+#include "kit/TestMain.h"
 #include "kit/TestProcess.h"
 
 #include <QtCore/QDeadlineTimer>
@@ -1035,5 +1036,5 @@ void TestNamedPipe::noDescriptorIsLeaked()
     QCOMPARE(openDescriptors(), before);
 }
 
-KOVA_TEST_MAIN(TestNamedPipe)
+KOVA_TEST(TestNamedPipe)
 #include "tst_namedpipe.moc"

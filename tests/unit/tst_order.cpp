@@ -2,6 +2,7 @@
 #include "unit/TestEngine.h"
 
 #include "kit/LogCapture.h"
+#include "kit/TestMain.h"
 #include "kit/TestProcess.h"
 
 #include <simplePlayer/DataSimplePlayer.h>
@@ -253,5 +254,5 @@ void TestOrder::feedHandlersPrecedeLaterHandlers()
     QVERIFY2(!later.lines.filter(function).isEmpty(), qPrintable(later.lines.join('\n')));
 }
 
-KOVA_TEST_MAIN(TestOrder)
+KOVA_TEST(TestOrder)
 #include "tst_order.moc"

@@ -2,6 +2,7 @@
 #include "kit/GstLeaks.h"
 #include "kit/Latin1Locale.h"
 #include "kit/LogCapture.h"
+#include "kit/TestMain.h"
 #include "kit/TestProcess.h"
 
 #include <simplePlayer/AudioOutputChain.h>
@@ -272,5 +273,5 @@ void TestOutputChain::secondAudioPadFindsTheQueueTaken()
     QCOMPARE(log.lines(), QStringList());
 }
 
-KOVA_TEST_MAIN(TestOutputChain)
+KOVA_TEST(TestOutputChain)
 #include "tst_outputchain.moc"

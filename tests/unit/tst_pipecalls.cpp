@@ -1,3 +1,4 @@
+#include "kit/TestMain.h"
 #include "kit/TestProcess.h"
 
 #include <core/KovaNamedPipe.h>
@@ -137,5 +138,5 @@ void TestPipeCalls::stopClosesThePipe()
     QCOMPARE(openPipes, 0);
 }
 
-KOVA_TEST_MAIN(TestPipeCalls)
+KOVA_TEST(TestPipeCalls)
 #include "tst_pipecalls.moc"

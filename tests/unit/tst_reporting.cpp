@@ -3,6 +3,7 @@
 #include "kit/GstLeaks.h"
 #include "kit/LogCapture.h"
 #include "kit/Outcomes.h"
+#include "kit/TestMain.h"
 #include "kit/TestProcess.h"
 
 #include <QtCore/QThread>
@@ -256,5 +257,5 @@ void TestReporting::clientMayDeleteItsPlayerInItsSlot()
         "Leave SimplePlayer SimplePlayerImpl::on_sendPlaybackEnded: token: T"));
 }
 
-KOVA_TEST_MAIN(TestReporting)
+KOVA_TEST(TestReporting)
 #include "tst_reporting.moc"

@@ -6,6 +6,7 @@
 #include "kit/LogCapture.h"
 #include "kit/Outcomes.h"
 #include "kit/PipeWriter.h"
+#include "kit/TestMain.h"
 #include "kit/TestProcess.h"
 #include "kit/Waiting.h"
 
@@ -1122,5 +1123,5 @@ void TestStreamEngine::destructorReleasesThePipelineThenClosesThePipe()
     QCOMPARE(outcomes.all, QStringList());
 }
 
-KOVA_TEST_MAIN(TestStreamEngine)
+KOVA_TEST(TestStreamEngine)
 #include "tst_streamengine.moc"

@@ -1,3 +1,4 @@
+#include "kit/TestMain.h"
 #include "kit/TestProcess.h"
 
 #include <tools/kova-play/Text.h>
@@ -78,5 +79,5 @@ void TestText::clockHasHoursWhenNeeded()
     QTEST(text::clock(milliseconds), "shown");
 }
 
-KOVA_TEST_MAIN(TestText)
+KOVA_TEST(TestText)
 #include "tst_text.moc"

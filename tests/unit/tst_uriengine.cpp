@@ -6,6 +6,7 @@
 #include "kit/Latin1Locale.h"
 #include "kit/LogCapture.h"
 #include "kit/Outcomes.h"
+#include "kit/TestMain.h"
 #include "kit/TestProcess.h"
 
 #include <simplePlayer/UriSimplePlayer.h>
@@ -575,5 +576,5 @@ void TestUriEngine::destructorReleasesThePipelineFirst()
     QCOMPARE(outcomes.all, QStringList());
 }
 
-KOVA_TEST_MAIN(TestUriEngine)
+KOVA_TEST(TestUriEngine)
 #include "tst_uriengine.moc"

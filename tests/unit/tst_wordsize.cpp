@@ -2,6 +2,7 @@
 #include "unit/TestEngine.h"
 
 #include "kit/LogCapture.h"
+#include "kit/TestMain.h"
 #include "kit/TestProcess.h"
 
 #include <simplePlayer/DataSimplePlayer.h>
@@ -211,5 +212,5 @@ void TestWordSize::requestThatWouldOverflowGetsTheRest()
     QCOMPARE(all.data.offset, quint64(tenBytes.size()));
 }
 
-KOVA_TEST_MAIN(TestWordSize)
+KOVA_TEST(TestWordSize)
 #include "tst_wordsize.moc"
