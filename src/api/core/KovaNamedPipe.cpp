@@ -173,7 +173,7 @@ int KovaNamedPipe::read(const char* data, int size)
         logFailure("Failed to read named pipe", "there is no buffer");
         return -EINVAL;
     }
-    // The parameter is const for the sake of the clients that are compiled against this interface.
+    // The parameter is const because clients were compiled against this signature.
     char* const buffer = const_cast<char*>(data);
     const ssize_t count = retryInterrupted(
         [&] { return ::read(descriptor, buffer, static_cast<std::size_t>(size)); });
@@ -190,12 +190,12 @@ int KovaNamedPipe::read(const char* data, int size)
 void KovaNamedPipe::close()
 {
     if (notifier != nullptr) {
-        // While the descriptor is still there: Qt complains of a notifier that outlives it.
+        // Before the descriptor is closed: Qt warns about a notifier that outlives its descriptor.
         notifier->setEnabled(false);
         notifier->deleteLater();
         notifier = nullptr;
     }
-    // While the descriptor still holds the inode: no new file can have its number.
+    // Before the descriptor is closed: an open inode number is not given to a new file.
     removeFifo();
     if (descriptor >= 0) {
         ::close(descriptor);
@@ -210,7 +210,7 @@ QSocketNotifier* KovaNamedPipe::readNotifier()
 
 bool KovaNamedPipe::nameUsable(const char* failure) const
 {
-    // The system would take what stands before a null character for the name.
+    // The system would use only the part before a null character.
     const char* const reason = path.isEmpty()               ? "the name is empty"
                                : path.contains(QChar::Null) ? "the name contains a null character"
                                                             : nullptr;
@@ -222,7 +222,7 @@ bool KovaNamedPipe::nameUsable(const char* failure) const
 
 void KovaNamedPipe::applyNonBlock()
 {
-    // Of the flags that can be changed on a FIFO this is the only one in use.
+    // No other flag that fcntl() can change is in use.
     ::fcntl(descriptor, F_SETFL, nonBlock ? O_NONBLOCK : 0);
 }
 
@@ -235,8 +235,8 @@ void KovaNamedPipe::removeFifo()
     const FileId ours = *fifo;
     fifo.reset();
     const QByteArray encoded = QFile::encodeName(path);
-    // No call removes a file on condition that it is a certain one: a file that takes the FIFO's
-    // place between the look and the removal is removed in its stead.
+    // No system call removes a file only if it is a certain one: a file that replaces the FIFO
+    // between the check and the removal is removed instead.
     struct stat status = {};
     if (::lstat(encoded.constData(), &status) == 0 && fileId(status) != ours) {
         logFailure(failure, "another file has taken its place");

@@ -18,19 +18,19 @@ class QSocketNotifier;
 /// followed, a file that is no FIFO is not opened, and what is read was checked after it was
 /// opened. The /proc file system is not needed.
 ///
-/// Every function is called on the thread that owns the object; the notifier needs that thread's
-/// event loop. Failures are logged at ERROR under the logger "KovaNamedPipe".
+/// All functions are called on the thread that owns the object; the notifier needs the event loop
+/// of that thread. Failures are logged at ERROR by the logger "KovaNamedPipe".
 class KOVA_API_EXPORT KovaNamedPipe : public QObject
 {
     Q_OBJECT
 
 public:
-    /// Prepares a closed pipe; nothing is made or opened yet. Reads wait for data until
-    /// setNonBlock() says otherwise.
+    /// Constructs a closed pipe. No file is created or opened yet. Reads block until setNonBlock()
+    /// is called.
     ///
     /// @param name           path of the FIFO, absolute or relative to the working directory
-    /// @param id             a number of the owner's choice that tells its pipes apart in log lines
-    /// @param parent         the owner; may be null
+    /// @param id             a number chosen by the owner that identifies the pipe in log lines
+    /// @param parent         the QObject parent, or null
     /// @param removeOnClose  true: close() removes the FIFO from the file system; false: it stays
     ///                       for a late writer or the next reader
     KovaNamedPipe(const QString& name, int id, QObject* parent, bool removeOnClose);
@@ -38,49 +38,51 @@ public:
     /// Closes the pipe.
     ~KovaNamedPipe() override;
 
-    /// Makes the FIFO with mode 0600, whatever the process's umask is. A FIFO that exists already
-    /// is accepted with the mode that its owner gave it. With a umask that removes permissions of
-    /// the owner, the C library may need /proc for this.
+    /// Creates the FIFO with mode 0600, independent of the umask of the process. An existing FIFO
+    /// is accepted, and its mode is not changed. With a umask that removes permissions of the
+    /// owner, the C library may need /proc for this.
     ///
-    /// @return false when there is no FIFO afterwards: something else has the name, or the FIFO
-    ///         cannot be made
+    /// @return false if there is no FIFO afterwards: another file has the name, or the FIFO cannot
+    /// be
+    ///         created
     bool create();
 
-    /// Opens the FIFO for reading. Does nothing when it is open already.
+    /// Opens the FIFO for reading. Does nothing if it is open already.
     ///
-    /// @param waitForWriter  true: returns when a writer has opened its end, which may be never;
-    ///                       false: returns at once
-    /// @return whether the pipe is open; false when there is no such file, it may not be read, or
-    ///         it is no FIFO
+    /// @param waitForWriter  true: blocks until a writer opens the FIFO, possibly for ever; false:
+    ///                       returns immediately
+    /// @return whether the pipe is open; false if there is no such file, it cannot be read, or it
+    /// is
+    ///         no FIFO
     bool open(bool waitForWriter);
 
-    /// Decides whether read() returns at once (true) or waits for data (false). Allowed before and
-    /// after open().
+    /// Sets whether read() returns immediately (true) or blocks until there is data (false). May be
+    /// called before and after open().
     void setNonBlock(bool enable);
 
-    /// Reads what the writers have written so far, at most `size` bytes.
+    /// Reads the data that is in the pipe, at most `size` bytes.
     ///
-    /// A pipe that no writer has opened yet looks like one whose writers are gone: when reading
-    /// without waiting, read only when the notifier says so.
+    /// A non-blocking read cannot distinguish a pipe that no writer has opened yet from one whose
+    /// writers have closed it: in this mode, read only when the notifier is activated.
     ///
-    /// @param data  the caller's buffer, which is written into
-    /// @param size  its size in bytes, at least 1
-    /// @return the number of bytes read; 0 when no writer has the pipe open and all was read; the
-    ///         negative errno value when nothing could be read: -EAGAIN when a writer has the pipe
-    ///         open but has written nothing (not logged), -EBADF when the pipe is not open,
-    ///         -EINVAL without a buffer
+    /// @param data  the caller's buffer. It is written to, despite the const of the given signature
+    /// @param size  size of the buffer in bytes, at least 1
+    /// @return the number of bytes read; 0 if no writer has the pipe open and all data was read; a
+    ///         negative errno value if nothing could be read: -EAGAIN if a writer has the pipe open
+    ///         but has written nothing (not logged), -EBADF if the pipe is not open, -EINVAL
+    ///         without a buffer
     int read(const char* data, int size);
 
-    /// Closes the pipe, and removes the FIFO if the constructor was told so and no other file is
-    /// found in its place. Its notifier reports nothing from now on and is deleted from the event
-    /// loop, so that this may be called inside the notifier's own slot. May be called any number of
-    /// times; the pipe may be opened again.
+    /// Closes the pipe. Removes the FIFO if removeOnClose is set and no other file has taken its
+    /// place. The notifier is disabled and deleted from the event loop, so that this may be called
+    /// in the notifier's own slot. May be called any number of times; the pipe may be opened again.
     void close();
 
-    /// The notifier that reports that data can be read or that the last writer is gone, which it
-    /// then repeats until the pipe is closed. Disabled until the caller enables it.
+    /// Returns the notifier that is activated when there is data, and repeatedly when the last
+    /// writer has closed the pipe. It is disabled until the caller enables it.
     ///
-    /// @return the notifier, owned by the pipe and valid until close(); null when not open
+    /// @return the notifier, owned by the pipe and valid until close(); null if the pipe is not
+    /// open
     QSocketNotifier* readNotifier();
 
 private:
@@ -99,7 +101,7 @@ private:
     bool nonBlock = false;
     int descriptor = -1;
     QSocketNotifier* notifier = nullptr;
-    /// The FIFO that was made or opened last; the only file that close() may remove.
+    /// The FIFO that was created or opened last, the only file that close() removes.
     std::optional<FileId> fifo;
 };
 

@@ -5,11 +5,11 @@
 
 namespace {
 
-/// The position of the parenthesis that opens the argument list, or npos.
+/// Returns the position of the parenthesis that opens the argument list, or npos.
 ///
-/// Compilers write the template arguments behind the argument list in square brackets
-/// ("T f(T) [with T = int]"); searching backwards from there for the balanced pair skips the
-/// parentheses that belong to argument types and to "operator()".
+/// Compilers write template arguments after the argument list in square brackets
+/// ("T f(T) [with T = int]"). Searching backwards from there for the balanced pair skips the
+/// parentheses of argument types and of "operator()".
 std::size_t argumentListBegin(const std::string& signature)
 {
     const std::size_t end = signature.rfind(')', signature.find(" ["));
@@ -27,8 +27,8 @@ std::size_t argumentListBegin(const std::string& signature)
     return std::string::npos;
 }
 
-/// The position where the qualified name that ends at `end` begins: behind the last blank, '*'
-/// or '&' of the result type that no bracket encloses.
+/// Returns the start of the qualified name that ends at `end`: the position after the last blank,
+/// '*' or '&' of the result type that is not inside brackets.
 std::size_t qualifiedNameBegin(const std::string& signature, std::size_t end)
 {
     const std::size_t operatorName = signature.rfind("operator", end);
@@ -51,7 +51,7 @@ std::size_t qualifiedNameBegin(const std::string& signature, std::size_t end)
     return 0;
 }
 
-/// The signature of the function that a lambda stands in; any other signature as it is.
+/// Returns the signature of the function that encloses a lambda; any other signature unchanged.
 std::string withoutLambda(const std::string& signature)
 {
     const std::size_t gcc = signature.find("::<lambda(");

@@ -3,7 +3,7 @@
 
 #include <QtCore/qglobal.h>
 
-/// Marks what libkova_api.so offers to other libraries and programs.
+/// Marks the classes and functions that libkova_api.so exports.
 #ifdef KOVA_API_BUILDING
 #define KOVA_API_EXPORT Q_DECL_EXPORT
 #else

@@ -20,8 +20,8 @@ AudioOutputChain::AudioOutputChain(GstElement*& queueMember, GstElement*& sinkMe
 
 bool AudioOutputChain::make(const QString& device)
 {
-    // What was made before a failure is abandoned on purpose, floating and in no bin: building
-    // never rolls back.
+    // Elements that were created before a failure are abandoned: building a pipeline never rolls
+    // back. They are in no bin, and their references stay floating.
     return makeConverters() && makeSink(device);
 }
 
@@ -47,11 +47,11 @@ bool AudioOutputChain::link() const
     return gst_element_link_many(queue, audioconvert, audioresample, sink, nullptr);
 }
 
-/// Whether the first structure of the pad's caps has "audio" anywhere in its name.
+/// Whether the name of the first structure in the pad's caps contains "audio".
 static bool carriesAudio(GstPad* pad)
 {
     const gst::Caps caps(gst_pad_query_caps(pad, nullptr));
-    // Caps that are ANY or EMPTY have no structure to ask.
+    // ANY and EMPTY caps have no structure.
     if (gst_caps_get_size(caps.get()) == 0) {
         return false;
     }
@@ -62,7 +62,7 @@ static bool carriesAudio(GstPad* pad)
 DecodedPad linkDecodedPad(GstPad* pad, GstElement* queue, const char* skipText,
                           const QString& skipWhat)
 {
-    // The question is put to the new pad itself, not to the queue's.
+    // The new pad is tested, not the pad of the queue.
     if (gst_pad_is_linked(pad)) {
         LOG_LINE(WARN, "Cannot link already linked pad - skipping");
         return DecodedPad::AlreadyLinked;
@@ -71,8 +71,8 @@ DecodedPad linkDecodedPad(GstPad* pad, GstElement* queue, const char* skipText,
         LOG_LINE(WARN, skipText, skipWhat);
         return DecodedPad::NotAudio;
     }
-    // The result is ignored on purpose: a second audio stream finds the queue taken, and is not
-    // worth a word.
+    // The result is ignored: of several audio streams only the first one is played, and the failed
+    // links of the others are not worth a warning.
     gst_pad_link(pad, gst::Pad(gst_element_get_static_pad(queue, "sink")).get());
     return DecodedPad::Offered;
 }

@@ -46,11 +46,10 @@ DataSimplePlayerImpl::DataSimplePlayerImpl(const QByteArray& bytes, const QStrin
 
 DataSimplePlayerImpl::~DataSimplePlayerImpl()
 {
-    // Streaming threads use `data` and the front object until the pipeline is in NULL. First no
-    // signal may come from them any more, then they have to end, and only then the members go.
-    // That the front object is half gone by now does no harm: pushes are refused while a pipeline
-    // goes down, and it goes down only on this thread.
-    // The base logs and does the release itself; this must not.
+    // Streaming threads use `data` and the front object until the pipeline is in NULL. First, they
+    // must not emit signals any more, because the front object is partly destroyed. Then they have
+    // to end, before the members are destroyed. The base class releases the pipeline and logs that;
+    // only the state is set here, so that the log keeps its order.
     closing = true;
     if (pipeline) {
         gst_element_set_state(pipeline, GST_STATE_NULL);
@@ -68,8 +67,8 @@ bool DataSimplePlayerImpl::initPipeline(GstElement* bin)
     if (!appsrc) {
         return false;
     }
-    // No caps and no format: the decoder finds out what the bytes are. The queue of the source may
-    // hold the whole item, which costs nothing, as all chunks are views of the one array.
+    // No caps and no format: the decoder detects the type of the data. The queue of the source may
+    // hold the whole item, which needs no memory, because all chunks are views of the same array.
     gst_app_src_set_stream_type(GST_APP_SRC(appsrc), GST_APP_STREAM_TYPE_RANDOM_ACCESS);
     gst_app_src_set_size(GST_APP_SRC(appsrc), data.size());
     gst_app_src_set_max_bytes(GST_APP_SRC(appsrc), static_cast<guint64>(data.size()));
@@ -108,7 +107,7 @@ void DataSimplePlayerImpl::staticNewPadCallback(GstElement* /*element*/, GstPad*
 void DataSimplePlayerImpl::newPadCallback(GstPad* pad)
 {
     LOG_ENTER(DEBUG, "token: ", token);
-    // The text names uridecodebin although a decodebin stands here: that is its wording.
+    // The text names uridecodebin although the decoder is a decodebin: log texts are fixed.
     if (linkDecodedPad(pad, queue, "Skipping non-audio pad from uridecodebin") ==
         DecodedPad::Offered) {
         LOG_LEAVE(DEBUG, "token: ", token);
@@ -137,14 +136,15 @@ void DataSimplePlayerImpl::feedDataCallback(guint length)
     GstBuffer* buffer = makeBuffer(length);
     GstFlowReturn ret = GST_FLOW_OK;
     g_signal_emit_by_name(appsrc, "push-buffer", buffer, &ret);
-    gst_buffer_unref(buffer); // the signal has taken a reference of its own
+    gst_buffer_unref(buffer); // the signal took a reference of its own
     LOG_LINE(TRACE, "Pushed buffer of size ", length, " offset ", offset, " , ret: ", int(ret));
     if (ret == GST_FLOW_OK) {
         offset += length;
         return;
     }
     LOG_LINE(ERROR, "Unable to push buffer, ret: ", int(ret));
-    // Past the reporting of the base and its once-only guard, on purpose, and from this thread.
+    // Emitted directly, from this thread: the outcome of the player is reported separately by the
+    // cause of the refusal, and the guard of the base class would drop one of the two.
     if (!closing) {
         Q_EMIT dataPlayer->playbackErrorReported(token, QStringLiteral("Failed to push buffer"));
     }
@@ -155,26 +155,26 @@ void DataSimplePlayerImpl::endStream()
     GstFlowReturn ret = GST_FLOW_OK;
     g_signal_emit_by_name(appsrc, "end-of-stream", &ret);
     LOG_LINE(DEBUG, "EOS sent with ret", int(ret)); // no blank in between
-    // For good: nothing fills the array again, so the item plays at most once. This is intended.
+    // The array is never filled again, so that an ended player holds no memory of its item.
     data.clear();
 }
 
-/// Gives back the reference that a chunk holds. Runs on any thread, also when the engine is gone.
+/// Drops the reference that a chunk holds. Runs on any thread, also after the engine's destruction.
 static void releaseArray(gpointer array)
 {
     const QByteArray last(QByteArrayDataPtr{static_cast<QByteArrayData*>(array)}); // takes it over
 }
 
-/// A chunk at the current offset: a read-only view of the array, which lives until the last chunk
-/// is gone.
+/// Returns a chunk at the current offset: a read-only view of the array, which is freed with its
+/// last chunk.
 GstBuffer* DataSimplePlayerImpl::makeBuffer(guint length)
 {
     if (!detached) {
-        data.detach(); // the one copy, and only if somebody else still holds the array
+        data.detach(); // the only copy, made if the caller still holds the array
         detached = true;
     }
-    // A chunk holds a reference of the array's own count, so that nothing is allocated for it. With
-    // chunks alive, asking for writable bytes would copy the array again and again.
+    // A chunk holds a reference in the array's own count, so that nothing is allocated for it. As
+    // long as chunks exist, data() instead of constData() would copy the array each time.
     data.data_ptr()->ref.ref();
     GstMemory* memory =
         gst_memory_new_wrapped(GST_MEMORY_FLAG_READONLY, const_cast<char*>(data.constData()),
@@ -183,7 +183,7 @@ GstBuffer* DataSimplePlayerImpl::makeBuffer(guint length)
     GstBuffer* buffer = gst_buffer_new();
     gst_buffer_append_memory(buffer, memory);
     GST_BUFFER_OFFSET(buffer) = offset;
-    GST_BUFFER_OFFSET_END(buffer) = length; // the chunk's length and not its end, on purpose
+    GST_BUFFER_OFFSET_END(buffer) = length; // the length, not the end position, by convention
     return buffer;
 }
 
@@ -196,7 +196,7 @@ gboolean DataSimplePlayerImpl::staticSeekDataCallback(GstElement* /*appsrc*/, qu
 gboolean DataSimplePlayerImpl::seekDataCallback(quint64 pos)
 {
     LOG_ENTER(TRACE, "pos: ", pos);
-    // Unchecked: behind the end, the next request ends the stream.
+    // Not checked: after a seek past the end, the next request ends the stream.
     offset = pos;
     return TRUE;
 }

@@ -7,37 +7,35 @@
 
 class DataSimplePlayerImpl;
 
-/// Plays encoded audio (a whole sound file, for instance) from memory. It cannot loop.
+/// Plays encoded audio from memory, for example a whole sound file. It cannot loop.
 ///
-/// A stop and a start play the whole item again, also after its end; no second outcome is reported.
-/// Should GStreamer ask for data past the end, the memory is given back at once and that player has
-/// nothing to play any more; a source whose size is known, as here, does not ask.
+/// A start after a stop plays the whole item again, also after its end, but reports no second
+/// outcome. If GStreamer requests data past the end, the memory is released at once and the player
+/// has nothing left to play. A source of known size, as used here, makes no such request.
 ///
-/// Should GStreamer refuse a piece of the data, as it may while playback is being stopped,
-/// playbackErrorReported() is emitted from one of GStreamer's threads, with the reason "Failed to
-/// push buffer" and beside the one outcome that every player reports: connect with a receiver
-/// object, so that Qt delivers it through the receiver's event loop. A function connected without
-/// a receiver would run on GStreamer's thread, where stopPlayback() or deleting the player can wait
-/// for itself for ever.
+/// If GStreamer refuses a piece of the data, which can happen while playback is being stopped, the
+/// player emits playbackErrorReported() with the reason "Failed to push buffer" from a GStreamer
+/// thread, in addition to its outcome. Connect signals with a receiver object, so that Qt delivers
+/// them through the receiver's event loop. A function that is connected without a receiver runs on
+/// the GStreamer thread, where stopPlayback() or deleting the player can deadlock.
 ///
-/// A player may be destroyed in any state; from then on it emits nothing.
+/// A player may be destroyed in any state. Destruction emits nothing.
 class KOVA_SIMPLEPLAYER_EXPORT DataSimplePlayer : public SimplePlayer
 {
     Q_OBJECT
 
 public:
-    /// @param data    the encoded audio. The array is shared, not copied: if the caller still has
-    ///                its own reference when playback takes the first bytes, all bytes are copied
-    ///                then, once in the player's life; a caller who has dropped its array by then
-    ///                saves that copy. The caller may change or drop its array at any time. An
-    ///                array made with QByteArray::fromRawData() refers to the caller's bytes until
-    ///                the first of them were taken, on one of GStreamer's threads: keep them
-    ///                unchanged until the outcome; if the player may be started again after a stop,
-    ///                as long as it lives. Empty data is logged now and fails when it is played.
-    /// @param token   the identifier that the signals and the log carry
-    /// @param device  the ALSA device to play on, "default" for instance; there is no default for
-    ///                an empty name. It is cut off at a null character
-    /// @param parent  the owner in the sense of QObject, or null
+    /// @param data    the encoded audio. The array is shared, not copied. If the caller still holds
+    ///                a reference when playback takes the first bytes, the player copies the array
+    ///                once. The caller may change or drop its array at any time. An array from
+    ///                QByteArray::fromRawData() refers to the caller's bytes until playback, on a
+    ///                GStreamer thread, takes the first of them: keep these bytes unchanged until
+    ///                the outcome, or until the player is destroyed if it is started again after a
+    ///                stop. Empty data is logged now and fails when it is played.
+    /// @param token   the identifier in signals and log lines
+    /// @param device  the ALSA device, for example "default". An empty name is not replaced by a
+    ///                default. The name ends at its first null character
+    /// @param parent  the QObject parent, or null
     DataSimplePlayer(const QByteArray& data, const QString& token, const QString& device,
                      QObject* parent = nullptr);
     ~DataSimplePlayer() override;
@@ -47,7 +45,7 @@ public:
     bool stopPlayback() override;
 
 private:
-    DataSimplePlayerImpl* engine; ///< a QObject child: it dies with this object, never before
+    DataSimplePlayerImpl* engine; ///< a QObject child, destroyed with this object
 };
 
 #endif

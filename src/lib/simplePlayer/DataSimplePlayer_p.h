@@ -12,9 +12,9 @@ class DataSimplePlayer;
 /// The engine that plays memory:
 /// appsrc → decodebin ⇢ queue → audioconvert → audioresample → alsasink.
 ///
-/// The appsrc pulls the bytes, in any order, with the two callbacks "need-data" and "seek-data",
-/// which run on its streaming thread. They own `data` and `offset` while the pipeline is above
-/// NULL; the client's thread touches both only when it is in NULL.
+/// The appsrc pulls the bytes, in any order, through the callbacks "need-data" and "seek-data",
+/// which run on its streaming thread. While the pipeline is above NULL, only they use `data` and
+/// `offset`; the client's thread uses both only in the NULL state.
 class DataSimplePlayerImpl : public SimplePlayerImpl
 {
     Q_OBJECT
@@ -35,7 +35,7 @@ public:
     /// Handler of "need-data".
     static void staticFeedDataCallback(GstElement* appsrc, guint length,
                                        DataSimplePlayerImpl* self);
-    /// Pushes the next `length` bytes, or what is left of them, or ends the stream.
+    /// Pushes the next `length` bytes, or fewer at the end of the array, or ends the stream.
     void feedDataCallback(guint length);
 
     /// Handler of "seek-data".
@@ -46,21 +46,21 @@ public:
 
 protected:
     DataSimplePlayer* dataPlayer; ///< the same object as `player`; not owned
-    // Owned by the pipeline once it holds them; written before it leaves the NULL state, so that
-    // streaming threads may read them.
+    // Owned by the pipeline once they are added to it. Written before the pipeline leaves the NULL
+    // state, so that streaming threads may read them.
     GstElement* appsrc = nullptr;
     GstElement* decodebin = nullptr;
     GstElement* queue = nullptr;
     GstElement* sink = nullptr;
-    QByteArray data;    ///< empty for good once the end of the stream was sent
-    quint64 offset = 0; ///< where the next chunk begins; never set back by a new start
+    QByteArray data;    ///< empty after the end of the stream was sent, and never filled again
+    quint64 offset = 0; ///< position of the next chunk; a new start does not reset it
 
 private:
     void endStream();
     GstBuffer* makeBuffer(guint length);
 
-    bool detached = false;            ///< whether `data` shares its bytes with the chunks alone
-    std::atomic<bool> closing{false}; ///< set when destruction begins: no signal from then on
+    bool detached = false;            ///< whether only the chunks share the bytes of `data`
+    std::atomic<bool> closing{false}; ///< set when destruction begins; suppresses the signal
 };
 
 #endif

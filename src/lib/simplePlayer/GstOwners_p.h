@@ -5,8 +5,8 @@
 
 #include <memory>
 
-/// Owners of the C resources that a function holds for itself. Each adopts one reference and
-/// gives it back at the end of its scope. What a pipeline owns is never held by one of these.
+/// Owners of C resources within a function. Each adopts one reference and releases it at the end of
+/// its scope. What a pipeline owns is never held by one of these.
 namespace gst {
 
 template <auto release>

@@ -10,7 +10,7 @@
 #include <string>
 #include <type_traits>
 
-/// Composing and writing of log lines. Every source file that logs holds one static `logger`.
+/// Composing log lines. Every source file that logs has one static `logger`.
 namespace logging {
 
 inline void append(std::string& line, const char* text)
@@ -28,7 +28,7 @@ inline void append(std::string& line, const QString& text)
     line += text.toStdString();
 }
 
-/// Numbers are never grouped into thousands, whatever the process's locale; flags give 0 or 1.
+/// Numbers are never grouped into thousands, whatever the locale is. A bool becomes 0 or 1.
 template <typename Number, typename = std::enable_if_t<std::is_arithmetic_v<Number>>>
 void append(std::string& line, Number number)
 {
@@ -45,9 +45,9 @@ std::string compose(const Parts&... parts)
 
 } // namespace logging
 
-/// Logs the given texts and values, put together without separators, at `level`. Nothing is
-/// evaluated or composed unless the level is enabled. The line is complete before log4cplus sees
-/// it: its own macros share one stream per thread, which a value that logs itself would destroy.
+/// Logs the given texts and values, joined without separators, at `level`. Nothing is evaluated or
+/// composed unless the level is enabled. The line is complete before it is passed to log4cplus,
+/// whose own macros share one stream per thread: a value that logs itself would corrupt the line.
 #define LOG_LINE(level, ...)                                                                       \
     do {                                                                                           \
         if (logger.isEnabledFor(log4cplus::level##_LOG_LEVEL)) {                                   \
@@ -56,15 +56,15 @@ std::string compose(const Parts&... parts)
         }                                                                                          \
     } while (false)
 
-/// The line that begins an operation.
+/// Logs the entry line of an operation.
 #define LOG_ENTER(level, ...)                                                                      \
     LOG_LINE(level, "Enter ", dbglog_scopedFunction(__PRETTY_FUNCTION__, "SimplePlayer"), ": ",    \
              __VA_ARGS__)
 
-/// The line that ends an operation on its normal way out. An operation that gives up half-way logs
-/// no such line; one that carries a failure on to its end does (setupGstPipeline() with the result
-/// of a failed build, the stop and the reader of the stream engine). That is why each operation
-/// says itself where it leaves, and no scoped object does.
+/// Logs the leave line of an operation on its normal way out. An operation that returns early after
+/// a failure logs none. An operation that handles a failure and continues to its end does:
+/// setupGstPipeline() with the result of a failed build, and the stop and the reader of the stream
+/// engine. Therefore a scoped object cannot log this line.
 #define LOG_LEAVE(level, ...)                                                                      \
     LOG_LINE(level, "Leave ", dbglog_scopedFunction(__PRETTY_FUNCTION__, "SimplePlayer"), ": ",    \
              __VA_ARGS__)

@@ -31,19 +31,20 @@ bool FakePlayer::startPlayback()
 
 bool FakePlayer::pausePlayback()
 {
-    // One body for both, and never that of a class which derives from this one.
+    // Both share one body. The call is qualified: an override in a derived class must not change
+    // it.
     return FakePlayer::startPlayback();
 }
 
 bool FakePlayer::stopPlayback()
 {
-    // A copy, because the client's slot may delete this player while it looks at the token.
+    // A copy, because the client's slot may delete this player while it uses the token.
     const QString tokenOfSignal = token;
     Q_EMIT playbackStopped(tokenOfSignal);
     return true;
 }
 
-// ---- SimplePlayerImpl: life and control --------------------------------------------------------
+// ---- SimplePlayerImpl: lifecycle and control ---------------------------------------------------
 
 SimplePlayerImpl::SimplePlayerImpl(const QString& itemToken, const QString& outputDevice,
                                    SimplePlayer* frontObject)
@@ -58,8 +59,8 @@ SimplePlayerImpl::SimplePlayerImpl(const QString& itemToken, const QString& outp
 
 SimplePlayerImpl::~SimplePlayerImpl()
 {
-    // The entry line stands at INFO and the leave line at TRACE: a log that is not traced tells of
-    // the end of a player once.
+    // The entry line is at INFO and the leave line at TRACE, so that a log at INFO shows the
+    // destruction of a player once.
     LOG_ENTER(INFO, "destructor ", token);
     releaseGstPipeline();
     LOG_LEAVE(TRACE, "destructor ", token);
@@ -73,11 +74,11 @@ bool SimplePlayerImpl::setupGstPipeline()
         LOG_LINE(ERROR, "Failed to create gst pipeline");
         return false;
     }
-    // The watch belongs to the main context that is this thread's default now, which Qt's GLib
-    // dispatcher iterates. Its id is not kept: the bus knows its watch.
+    // The watch is attached to the current default main context of this thread, which Qt's GLib
+    // dispatcher iterates. Its id is not needed: the watch is removed through the bus.
     gst_bus_add_watch(gst::Bus(gst_element_get_bus(pipeline)).get(), staticBusWatch, this);
     initialized = initPipeline(pipeline);
-    // Logged for a failed build too, with "ret: 0".
+    // Also logged when building failed, with "ret: 0".
     LOG_LEAVE(TRACE, "ret: ", initialized, " token: ", token);
     return initialized;
 }
@@ -91,8 +92,8 @@ bool SimplePlayerImpl::pipelineInitialized()
 bool SimplePlayerImpl::startPlayback()
 {
     LOG_ENTER(INFO, "token: ", token);
-    // The pointer alone decides, not `initialized`: after a failed setup the half-built pipeline
-    // exists, and a further start goes straight on with it. This is intended.
+    // Only the pointer is tested, not `initialized`: after a failed setup, another start continues
+    // with the half-built pipeline. Clients rely on its result; do not build the pipeline again.
     if (!pipeline && !setupGstPipeline()) {
         LOG_LINE(ERROR, "Failed to setup gst pipeline of simple player");
         return false;
@@ -129,7 +130,7 @@ bool SimplePlayerImpl::stopPlayback()
         reportPlaybackEnded(QStringLiteral("Not initialized"));
         return false;
     }
-    // The pipeline is kept: a later start plays from the beginning on it.
+    // The pipeline is kept. A later start plays the item from the beginning with it.
     if (gst_element_set_state(pipeline, GST_STATE_NULL) == GST_STATE_CHANGE_FAILURE) {
         LOG_LINE(ERROR, "stop state change failed");
         reportPlaybackEnded(QStringLiteral("stop failed"));
@@ -151,14 +152,14 @@ void SimplePlayerImpl::releaseGstPipeline()
     LOG_ENTER(TRACE, "token: ", token);
     if (!pipeline) {
         LOG_LINE(TRACE, "Pipeline is already released");
-        return; // nothing was done: no leave line
+        return; // no leave line, because nothing was done
     }
     LOG_LINE(TRACE, "Releasing active playback pipeline");
     gst_element_set_state(pipeline, GST_STATE_NULL);
-    // When this is called by the watch itself, GLib keeps the source alive until it returns.
+    // If the watch itself calls this, GLib keeps its source alive until it returns.
     gst_bus_remove_watch(gst::Bus(gst_element_get_bus(pipeline)).get());
     gst_object_unref(pipeline);
-    // `initialized` stays as it is: the missing pipeline alone tells that nothing is live.
+    // `initialized` is not changed: pipelineInitialized() is false without a pipeline.
     pipeline = nullptr;
     LOG_LEAVE(TRACE, "token: ", token);
 }
@@ -207,7 +208,7 @@ void SimplePlayerImpl::handleError(GstMessage* message)
 
 void SimplePlayerImpl::handleStateChange(GstMessage* message)
 {
-    // Every element inside the pipeline posts these too; only the pipeline's own are of interest.
+    // Every element posts these messages; only those of the pipeline itself are handled.
     if (!pipeline || GST_MESSAGE_SRC(message) != GST_OBJECT_CAST(pipeline)) {
         return;
     }
@@ -226,7 +227,7 @@ void SimplePlayerImpl::handleStateChange(GstMessage* message)
 
 void SimplePlayerImpl::handleEndOfStream()
 {
-    // Here and below, the token follows the text without a blank.
+    // No blank between the text and the token, here and below: the texts are fixed.
     LOG_LINE(TRACE, "EOS received at gst bus", token);
     if (player->loop && restartPlayback()) {
         LOG_LINE(TRACE, "Looping playback", token);
@@ -246,23 +247,23 @@ void SimplePlayerImpl::reportPlaybackEnded(const QString& error)
 
 void SimplePlayerImpl::reportPlaybackStopped()
 {
-    LOG_LINE(DEBUG, "token ", token); // no colon in this line
+    LOG_LINE(DEBUG, "token ", token); // without the colon of the other report
     Q_EMIT sendPlaybackEnded(true, QString());
 }
 
 void SimplePlayerImpl::on_sendPlaybackEnded(bool stop, const QString& error)
 {
-    // "stop: " follows the token without a blank.
+    // No blank between the token and "stop: ": the text is fixed.
     LOG_ENTER(DEBUG, "token: ", token, "stop: ", stop, ", msg: ", error);
     if (endReported) {
         LOG_LINE(DEBUG, "End of playback already reported");
         return;
     }
-    // Set before the emission: a client that stops its player in its slot meets the guard.
+    // Set before the emission, so that a client may stop its player in the slot.
     endReported = true;
 
-    // Copies, because the client's slot may delete the front object and so this engine: nothing
-    // below the emission touches a member.
+    // Copies, because the client's slot may delete the front object and thereby this engine.
+    // Nothing after the emission uses a member.
     const QString tokenOfSignal = token;
     const QString reason = error; // NOLINT(performance-unnecessary-copy-initialization)
     if (stop) {
@@ -280,10 +281,10 @@ void SimplePlayerImpl::on_sendPlaybackEnded(bool stop, const QString& error)
 void printGstStateChangeMessage(GstMessage* message, GstState oldState, GstState newState,
                                 GstState pendingState)
 {
-    // The name is fetched whatever the log level is; only the line waits for TRACE.
+    // The name is fetched even when TRACE is disabled.
     GstObject* source = GST_MESSAGE_SRC(message);
     const gst::Text sourceName(source ? gst_object_get_name(source) : nullptr);
-    // Three blanks in the finished line between "change:" and "src:" are part of its format.
+    // The three blanks between "change:" and "src:" in the finished line are part of its format.
     LOG_LINE(TRACE,
              "GStreamer state change:  ", " src: ", sourceName ? sourceName.get() : "<no name>",
              " old: ", gst_element_state_get_name(oldState),

@@ -6,72 +6,72 @@
 #include <QtCore/QObject>
 #include <QtCore/QString>
 
-/// A player of one audio item: the interface that all kinds of source share.
+/// The interface of all players of one audio item.
 ///
-/// A client makes one player object per item and learns the outcome from exactly one of the three
-/// signals, emitted at most once in the player's life and always from the event loop, never from
-/// inside a call of the client. The signals carry the `token` that the client chose, so that it
-/// can tell its players apart. Destroying a player at any time is safe and emits no outcome.
+/// A client creates one player per item and learns the outcome from exactly one of the three
+/// signals. Each signal carries the `token` that the client chose. A player emits at most one
+/// signal in its lifetime, always from the event loop and never from inside a call of the client.
+/// It is safe to destroy a player at any time; destruction emits nothing.
 ///
-/// There are two exceptions: FakePlayer emits from inside stopPlayback(), every time; and a
-/// DataSimplePlayer whose data GStreamer refuses emits playbackErrorReported() from one of
-/// GStreamer's threads, each time, beside its one outcome.
+/// There are two exceptions. FakePlayer emits playbackStopped() from inside every call of
+/// stopPlayback(). A DataSimplePlayer emits playbackErrorReported() from a GStreamer thread, in
+/// addition to its outcome, each time GStreamer refuses its data.
 ///
-/// The thread that makes a player owns it: it calls all functions, and it must run a Qt event loop
-/// on GLib's dispatcher (Qt's default on Linux; QT_NO_GLIB must not be set), because GStreamer's
-/// messages arrive through it. Without such a loop no outcome is ever reported.
+/// Thread safety: a player belongs to the thread that creates it. All functions are called from
+/// that thread, which must run a Qt event loop with GLib's dispatcher (the default on Linux;
+/// QT_NO_GLIB must not be set). GStreamer's messages arrive through this loop; without it no
+/// outcome is ever reported. A player may be moved to another thread before its first start.
 ///
 /// The first player of a process initializes GStreamer, which takes some milliseconds on a PC and
 /// more on a small device. FakePlayer does not.
 ///
-/// In a slot of its own signals, delete a player with deleteLater(). A plain `delete` there is
-/// survived, because nothing of the player is touched after the emission, but other receivers of
-/// the signal may not hear of the outcome then; and in a slot that runs on one of GStreamer's
-/// threads it is an error.
+/// Use deleteLater() to delete a player in a slot of one of its own signals. A plain `delete` does
+/// not crash there, because the player touches nothing after the emission, but other receivers may
+/// then miss the signal. In a slot that runs on a GStreamer thread, a plain `delete` is an error.
 ///
-/// The order of members, virtual functions and signals is binary interface; so are their names.
+/// The order and the names of members, virtual functions and signals are binary interface.
 class KOVA_SIMPLEPLAYER_EXPORT SimplePlayer : public QObject
 {
     Q_OBJECT
 
 public:
-    /// @param parent  the owner in the sense of QObject, or null
+    /// @param parent  the QObject parent, or null
     explicit SimplePlayer(QObject* parent);
     ~SimplePlayer() override;
 
     /// Starts playback, or resumes it after a pause.
     ///
     /// The first start builds the pipeline. A start after stopPlayback() plays the item from its
-    /// beginning again; no second outcome is reported for it. A start after the item has ended
-    /// plays nothing unless stopPlayback() came between.
+    /// beginning, but reports no second outcome. A start after the end of the item plays nothing
+    /// unless stopPlayback() was called in between.
     ///
-    /// @return true when playback was requested: the outcome follows as a signal. False when the
-    ///         pipeline could not be built or refused to start: an error line is logged. No signal
-    ///         comes from this call then, but GStreamer may still report the reason of the
-    ///         refusal (a device that cannot be opened) as playbackErrorReported().
+    /// @return true if playback was requested; the outcome follows as a signal. False if the
+    ///         pipeline could not be built or refused to start; an error is logged. A false result
+    ///         emits no signal by itself, but GStreamer may report its reason (for example a device
+    ///         that cannot be opened) as playbackErrorReported() from the event loop.
     virtual bool startPlayback() = 0;
 
-    /// Halts playback at the current position; startPlayback() resumes it.
+    /// Pauses playback at the current position; startPlayback() resumes it.
     ///
-    /// @return true when the pause was requested; false, with an error line in the log, when the
-    ///         player was never started, has failed, or refused. No signal follows in any case.
+    /// @return true if the pause was requested. False, with an error in the log, if the player was
+    ///         never started, has failed, or GStreamer refused. Emits no signal in either case.
     virtual bool pausePlayback() = 0;
 
-    /// Stops playback and gives the output device back.
+    /// Stops playback and releases the output device.
     ///
-    /// @return true when playback was stopped: playbackStopped() follows. False, with an error line
-    ///         in the log, when there was nothing to stop or the stop was refused:
-    ///         playbackErrorReported() follows with the reason "Not initialized" or "stop failed".
-    ///         Nothing follows when the outcome was reported before.
+    /// @return true if playback was stopped; playbackStopped() follows. False, with an error in the
+    ///         log, if there was nothing to stop or GStreamer refused; playbackErrorReported()
+    ///         follows with the reason "Not initialized" or "stop failed". No signal follows if the
+    ///         outcome was reported before.
     virtual bool stopPlayback() = 0;
 
-    /// Whether the item begins again at its end instead of reporting it. Set by the client, before
-    /// or during playback, from the player's thread. Only UriSimplePlayer can loop; the others log
-    /// an error and report the end as usual.
+    /// Whether the item starts again at its end instead of reporting the end. The client may set it
+    /// before or during playback, on the player's thread. Only UriSimplePlayer can loop; the other
+    /// players log an error and report the end as usual.
     bool loop = false;
 
 private:
-    /// Keeps the layout that clients were built against. Always zero, never read.
+    /// Part of the layout that clients were compiled against. Always zero, never read.
     quint32 reserved = 0;
 
 Q_SIGNALS:
@@ -91,15 +91,15 @@ Q_SIGNALS:
     void playbackErrorReported(const QString& token, const QString& reason);
 };
 
-/// A player that plays nothing: for clients that must have a player where there is no sound.
+/// A player that plays nothing, for clients that need a player on a device without sound.
 ///
-/// It never ends and never fails. Unlike a real player it emits playbackStopped() from inside
-/// stopPlayback(), every time.
+/// It never ends and never fails. Unlike the other players it emits playbackStopped() from inside
+/// every call of stopPlayback(). Its class is declared in this header.
 class KOVA_SIMPLEPLAYER_EXPORT FakePlayer : public SimplePlayer
 {
 public:
     /// @param itemToken  the identifier that playbackStopped() carries
-    /// @param parent     the owner in the sense of QObject, or null
+    /// @param parent     the QObject parent, or null
     explicit FakePlayer(const QString& itemToken, QObject* parent = nullptr);
     ~FakePlayer() override;
 
@@ -107,7 +107,7 @@ public:
     bool startPlayback() override;
     /// Does nothing. @return true
     bool pausePlayback() override;
-    /// Emits playbackStopped() at once, on the calling thread. @return true
+    /// Emits playbackStopped() before it returns, on the calling thread. @return true
     bool stopPlayback() override;
 
 private:

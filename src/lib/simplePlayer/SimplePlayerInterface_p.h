@@ -10,14 +10,14 @@
 
 #include <string>
 
-/// The engine behind a front object: owns one GStreamer pipeline, drives its state, watches its
-/// bus and turns whatever ends a playback into exactly one signal of the front object. What goes
-/// into the pipeline is decided by the variants, one for each kind of source.
+/// The engine behind a front object. It owns one GStreamer pipeline, controls its state, watches
+/// its bus, and turns every way in which playback finishes into exactly one signal of the front
+/// object. Each kind of source has a variant that decides what the pipeline contains.
 ///
-/// Everything runs on the thread that owns the front object unless a function says otherwise;
-/// nothing is locked. The engine is a QObject child of the front object and dies inside the
-/// front object's QObject destructor, when the derived parts of `player` are gone: `player` is
-/// touched by the bus watch and the reporting slot only, both of which run from the event loop.
+/// All functions run on the thread that owns the front object unless their comment says otherwise;
+/// nothing is locked. The engine is a QObject child of the front object and is destroyed inside the
+/// front object's QObject destructor, after the derived parts of `player`. Only the bus watch and
+/// the reporting slot use `player`, and both run from the event loop.
 ///
 /// The order of members, virtual functions, signals and slots is binary interface.
 class SimplePlayerImpl : public QObject
@@ -27,30 +27,30 @@ class SimplePlayerImpl : public QObject
 public:
     ~SimplePlayerImpl() override;
 
-    /// Builds the pipeline when there is none, then requests PLAYING.
-    /// @return false when building or the state change failed
+    /// Builds the pipeline if there is none, then requests PLAYING.
+    /// @return false if building or the state change failed
     virtual bool startPlayback();
-    /// Requests PAUSED. @return false when there is no live pipeline or it refused
+    /// Requests PAUSED. @return false if there is no usable pipeline or it refused
     virtual bool pausePlayback();
-    /// Sets the pipeline to NULL, keeps it, and reports the stop, or the reason why there was none.
+    /// Sets the pipeline to NULL and keeps it. Reports the stop, or the reason why it failed.
     virtual bool stopPlayback();
 
-    /// Makes the variant's elements, adds them to `bin` and links them. A failure is logged
-    /// and undoes nothing: what was made stays until the engine releases the pipeline, and what
-    /// was not yet added to it is abandoned.
-    /// @param bin  the pipeline that was just made, also kept in `pipeline` by the caller
+    /// Creates the variant's elements, adds them to `bin` and links them. A failure is logged and
+    /// undoes nothing: elements in the pipeline stay until the engine releases the pipeline, and
+    /// elements that were not added yet are abandoned.
+    /// @param bin  the new pipeline, which the caller keeps in `pipeline`
     /// @return whether the pipeline is complete
     virtual bool initPipeline(GstElement* bin) = 0;
 
-    /// Begins the item again at its end. The base refuses; a variant that can loop overrides it.
+    /// Starts the item again at its end. The base refuses; a variant that can loop overrides it.
     virtual bool restartPlayback();
 
-    /// Makes the pipeline, installs the bus watch and calls initPipeline().
+    /// Creates the pipeline, installs the bus watch and calls initPipeline().
     bool setupGstPipeline();
-    /// Sets the pipeline to NULL, removes the watch and drops the pipeline. Does nothing without
-    /// one. Safe to call from inside the bus watch.
+    /// Sets the pipeline to NULL, removes the watch and drops the pipeline. Does nothing without a
+    /// pipeline. Safe to call from inside the bus watch.
     void releaseGstPipeline();
-    /// Whether a live pipeline exists: one that was built completely and not released since.
+    /// Whether there is a usable pipeline: one that was built completely and not released since.
     bool pipelineInitialized();
 
     /// The GstBusFunc of the pipeline's bus: forwards to busWatch() of the engine in `data`.
@@ -58,19 +58,20 @@ public:
     /// Handles one bus message. @return true always: only releaseGstPipeline() removes the watch
     bool busWatch(GstBus* bus, GstMessage* message);
 
-    /// Queues the report of an end: with an empty `error` a normal one, else a failure.
-    /// The caller decides what becomes of the pipeline, before it reports.
+    /// Queues the report of a normal end if `error` is empty, otherwise of a failure. The caller
+    /// stops or releases the pipeline before it reports, if that is necessary.
     void reportPlaybackEnded(const QString& error);
-    /// Queues the report of a stop that the client asked for.
+    /// Queues the report of a stop that the client requested.
     void reportPlaybackStopped();
 
 Q_SIGNALS:
-    /// Emitted by the two report functions only; connected queued to on_sendPlaybackEnded().
+    /// Emitted by the two report functions only. The connection to on_sendPlaybackEnded() is
+    /// queued.
     void sendPlaybackEnded(bool stop, const QString& msg);
 
 private Q_SLOTS:
-    /// Emits the one outcome of this engine on the front object; later reports are dropped.
-    /// The client may destroy the front object, and so this engine, in the slot that it calls.
+    /// Emits the outcome of this engine on the front object, once; later reports are dropped.
+    /// A slot of the client may destroy the front object, and thereby this engine.
     void on_sendPlaybackEnded(bool stop, const QString& error);
 
 protected:
@@ -81,11 +82,11 @@ protected:
                      SimplePlayer* frontObject);
 
     SimplePlayer* player;           ///< the front object; not owned
-    GstElement* pipeline = nullptr; ///< one reference is owned; null when there is none
-    QString token;                  ///< also read on streaming threads; never changes
+    GstElement* pipeline = nullptr; ///< one owned reference, or null
+    QString token;                  ///< never changes; streaming threads read it too
     QString device;
-    bool initialized = false; ///< what the last initPipeline() returned; outlives the pipeline
-    bool endReported = false; ///< read and written by on_sendPlaybackEnded() alone; never cleared
+    bool initialized = false; ///< result of the last initPipeline(); kept when the pipeline goes
+    bool endReported = false; ///< used by on_sendPlaybackEnded() only; never cleared
 
 private:
     void handleError(GstMessage* message);
@@ -97,13 +98,14 @@ private:
 void printGstStateChangeMessage(GstMessage* message, GstState oldState, GstState newState,
                                 GstState pendingState);
 
-/// Has GStreamer write a Graphviz picture of `pipeline` into the folder that the environment
-/// variable GST_DEBUG_DUMP_DOT_DIR named when GStreamer was initialised; without it does nothing.
+/// Requests a Graphviz picture of a pipeline. GStreamer writes it into the folder that the
+/// environment variable GST_DEBUG_DUMP_DOT_DIR named when GStreamer was initialized. Without the
+/// variable nothing happens.
 ///
 /// @param pipeline  the pipeline to draw
-/// @param prefix    begins the file's name, behind GStreamer's timestamp and a dash
+/// @param prefix    start of the file name, after GStreamer's timestamp and a dash
 /// @param name      follows the prefix directly
-/// @param verbose   draws every detail and adds "-verbose" to the name
+/// @param verbose   whether to draw every detail; appends "-verbose" to the name
 void createDotPipelineDump(GstPipeline* pipeline, const std::string& prefix,
                            const std::string& name, bool verbose);
 

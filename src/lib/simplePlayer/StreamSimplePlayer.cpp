@@ -16,11 +16,11 @@
 
 static log4cplus::Logger logger = log4cplus::Logger::getInstance("SimplePlayer");
 
-/// The most that is read at once, in bytes.
+/// The largest block that is read at once, in bytes.
 static const int blockSize = 4096;
 
-/// How many bytes the appsrc queues before it has the reader held. Far below one block on purpose:
-/// the reader is held as soon as a block is pushed while an earlier one is still queued.
+/// How many bytes the appsrc queues before it disables the reader. The limit is far below one
+/// block, so that a block which is pushed while an earlier one is still queued disables the reader.
 static const guint64 queueLimit = 1000;
 
 // ---- StreamSimplePlayer ------------------------------------------------------------------------
@@ -48,7 +48,7 @@ bool StreamSimplePlayer::stopPlayback()
     return engine->stopPlayback();
 }
 
-// ---- StreamSimplePlayerImpl: life --------------------------------------------------------------
+// ---- StreamSimplePlayerImpl: lifecycle ---------------------------------------------------------
 
 StreamSimplePlayerImpl::StreamSimplePlayerImpl(const QString& pipePath, const QString& capsText,
                                                const QString& itemToken,
@@ -101,8 +101,8 @@ bool StreamSimplePlayerImpl::initPipeline(GstElement* bin)
     if (!chain.makeConverters()) {
         return false;
     }
-    // The only element whose absence is not told here, on purpose: the list that is added to the
-    // bin then ends before it, and the link below fails.
+    // A missing identity is not an error of its own: the null pointer ends the list of elements
+    // that are added to the bin, and the link below fails.
     GstElement* identity = gst_element_factory_make("identity", "Identity");
     if (identity) {
         g_object_set(identity, "silent", FALSE, nullptr);
@@ -134,11 +134,12 @@ bool StreamSimplePlayerImpl::makeSource()
     g_signal_connect(appsrc, "need-data", G_CALLBACK(staticStartFeed), this);
     g_signal_connect(appsrc, "enough-data", G_CALLBACK(staticStopFeed), this);
     if (!caps.isEmpty()) {
-        // Null for a text that is no description of caps, which leaves the source without any.
+        // Invalid text gives null caps, which leave the source without caps.
         const gst::Caps described(gst_caps_from_string(caps.toLocal8Bit().constData()));
         gst_app_src_set_caps(GST_APP_SRC(appsrc), described.get());
     }
-    // TIME, although bytes without times are pushed: kept as it is.
+    // The format is TIME although the buffers carry no timestamps. It is the segment format that
+    // decoders receive; do not change it to BYTES.
     g_object_set(appsrc, "format", GST_FORMAT_TIME, "max-bytes", queueLimit, nullptr);
     return true;
 }
@@ -151,7 +152,7 @@ void StreamSimplePlayerImpl::staticNewPadCallback(GstElement* /*element*/, GstPa
 void StreamSimplePlayerImpl::newPadCallback(GstPad* pad)
 {
     LOG_ENTER(TRACE, "token: ", token);
-    // The text names uridecodebin although a decodebin stands here: that is its wording.
+    // The text names uridecodebin although the decoder is a decodebin: log texts are fixed.
     if (linkDecodedPad(pad, queue, "Skipping non-audio pad from uridecodebin") !=
         DecodedPad::AlreadyLinked) {
         LOG_LEAVE(TRACE, "token: ", token);
@@ -178,7 +179,7 @@ void StreamSimplePlayerImpl::initReadPipe()
     pipe->setNonBlock(true);
     pipe->create();
     if (!pipe->open(false)) {
-        // Nothing exits, whatever the text says: the player lives on without a pipe.
+        // Nothing exits, despite the fixed text: the player continues without a pipe.
         LOG_LINE(ERROR, "Failed to create and open named pipe, exiting", token);
         pipe->deleteLater();
         pipe = nullptr;
@@ -195,7 +196,7 @@ void StreamSimplePlayerImpl::closeReadPipe()
     LOG_ENTER(TRACE, "token: ", token);
     if (pipe) {
         pipe->close();
-        // Later, because this may be the slot of the pipe's own notifier.
+        // Deleted later, because this may run in the slot of the pipe's notifier.
         pipe->deleteLater();
         pipe = nullptr;
     }
@@ -206,7 +207,7 @@ void StreamSimplePlayerImpl::on_readPipeNotifier_activated(int sock)
 {
     LOG_ENTER(TRACE, "sock: ", sock, " token: ", token);
     if (!pipelineInitialized()) {
-        // What arrives before the start, or after the pipeline is gone, ends the pipe for good.
+        // Data that arrives before the start, or after a release, closes the pipe permanently.
         LOG_LINE(TRACE, "Gst pipeline was removed, not processing data");
         closeReadPipe();
         LOG_LEAVE(TRACE, "token ", token);
@@ -217,11 +218,11 @@ void StreamSimplePlayerImpl::on_readPipeNotifier_activated(int sock)
         LOG_LEAVE(TRACE, "token ", token);
         return;
     }
-    // One read for each activation, never a loop: what is left activates the notifier again.
+    // One read per activation, not a loop: remaining data activates the notifier again.
     QVector<char> block(blockSize);
     const int size = pipe->read(block.data(), block.size());
     if (size <= 0) {
-        // The end of the writer's data and a failed read are not told apart, on purpose.
+        // A failed read is treated like the end of the data: both end the stream.
         LOG_LINE(DEBUG, "read: ", size, ", closing pipe t:", token);
         endStream();
         closeReadPipe();
@@ -239,8 +240,9 @@ bool StreamSimplePlayerImpl::pushBlock(const char* block, int size)
     GstMapInfo map;
     gst_buffer_map(buffer, &map, GST_MAP_WRITE);
     std::memcpy(map.data, block, static_cast<std::size_t>(size));
-    // The push takes the buffer, also when it refuses it, and the unmap comes after it. A reference
-    // of our own keeps the memory until then; taken before the map it would make the map fail.
+    // The push consumes a reference even if it refuses the buffer, and the unmap follows the push.
+    // The additional reference keeps the memory until then. It is taken after the map, because a
+    // shared buffer cannot be mapped for writing.
     gst_buffer_ref(buffer);
     const GstFlowReturn ret = gst_app_src_push_buffer(GST_APP_SRC(appsrc), buffer);
     gst_buffer_unmap(buffer, &map);

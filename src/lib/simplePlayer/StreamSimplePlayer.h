@@ -5,43 +5,48 @@
 
 class StreamSimplePlayerImpl;
 
-/// Plays encoded audio that another process writes into a named pipe while it plays. It cannot
-/// loop.
+/// Plays encoded audio that another process writes into a named pipe (FIFO) during playback. It
+/// cannot loop.
 ///
-/// The pipe is made, if it is not there, and opened when the player is constructed. Start the
-/// playback before anything is written: bytes that arrive before the start close the pipe for
-/// good. The end of the stream is reached when the writer closes its end or dies; everything that
-/// was written before is played. The player never opens the pipe again, so after a stop or an end
-/// it plays nothing more.
+/// The constructor creates the FIFO if it does not exist, and opens it for reading. Start playback
+/// before anything is written: bytes that arrive before the start close the pipe permanently. The
+/// stream ends when the writer closes its end or terminates; everything that was written before is
+/// played. The player never reopens the pipe, so that it plays nothing more after a stop or an end.
 ///
-/// A writer that is faster than the device waits, also while the player is paused, behind the end
-/// of a file that tells its own length, and after an error: then until the player is stopped or
-/// destroyed. A writer must not be slower: the sink takes 0.4 s of sound at once at the start,
-/// replaces by silence what it does not get in time, and skips what comes too late. A live source
-/// has to write its first half second at once and to stay ahead.
+/// Use a new path for each player, or terminate the writer before the next player opens the same
+/// path. A writer that is still blocked when its player is destroyed writes the rest of its item
+/// into the next reader of the FIFO.
 ///
-/// Containers and compressed formats (WAV, Ogg, MP3, FLAC …) need no caps. For raw samples give
-/// caps that take blocks of any size, whatever the size of a frame:
+/// A writer that is faster than the device blocks. It also blocks while the player is paused, past
+/// the end of a file whose header states its length, and after an error; stopping or destroying the
+/// player unblocks it. A writer must not be slower than the device: the sink takes 0.4 s of sound
+/// at once when playback starts, replaces missing sound by silence, and skips sound that is late. A
+/// live source writes its first half second at once and stays ahead by that much.
+///
+/// Containers and compressed formats (WAV, Ogg, MP3, FLAC and others) need no caps, GStreamer's
+/// description of a media type. For raw samples use caps that accept blocks of any size:
 /// "audio/x-unaligned-raw,format=S16LE,rate=16000,channels=1,layout=interleaved". Raw samples carry
-/// no times: playbackEnded() comes when the last of them is in the buffers of the sink and of the
-/// card, 0.2 s each or more if the card's is larger, and a stop or the player's destruction then
-/// empties these. Have the writer send as much silence last, or a WAV header first, which need not
-/// know the length.
+/// no timestamps. Therefore playbackEnded() is emitted when the last sample is in the buffers of
+/// the sink and the card (0.2 s each, or more if the card's buffer is larger), and stopping or
+/// destroying the player then discards this sound. To hear it, let the writer append the same
+/// amount of silence, or begin with a WAV header, which need not state the length.
 class KOVA_SIMPLEPLAYER_EXPORT StreamSimplePlayer : public SimplePlayer
 {
     Q_OBJECT
 
 public:
-    /// @param pipeName  path of the FIFO. It is made with mode 0600; one that exists is used as it
-    ///                  is. Anything else at the path, or a path where none can be made, is logged
-    ///                  now; the player then never plays and reports only what stopPlayback() says.
-    /// @param caps      what the stream is, as gst_caps_from_string() takes it; empty to find out.
-    ///                  A text that is no such description counts as empty. One that allows more
-    ///                  than one format, or that is wrong, ends in playbackErrorReported().
-    /// @param token     the identifier that the signals and the log carry
-    /// @param device    the ALSA device to play on, "default" for instance; there is no default for
-    ///                  an empty name. It is cut off at a null character, as are the caps
-    /// @param parent    the owner in the sense of QObject, or null
+    /// @param pipeName  path of the FIFO. It is created with mode 0600; an existing FIFO is used as
+    ///                  it is. If there is another file at the path, or no FIFO can be created,
+    ///                  this is logged now. startPlayback() may then succeed, but nothing is
+    ///                  played, and the only outcome is that of stopPlayback().
+    /// @param caps      the media type of the stream in the syntax of gst_caps_from_string(); empty
+    ///                  to detect it. Text that is no valid description counts as empty. Caps that
+    ///                  allow several formats, or do not match the stream, lead to
+    ///                  playbackErrorReported(). Caps end at their first null character
+    /// @param token     the identifier in signals and log lines
+    /// @param device    the ALSA device, for example "default". An empty name is not replaced by a
+    ///                  default. The name ends at its first null character
+    /// @param parent    the QObject parent, or null
     StreamSimplePlayer(const QString& pipeName, const QString& caps, const QString& token,
                        const QString& device, QObject* parent = nullptr);
     ~StreamSimplePlayer() override;
@@ -51,7 +56,7 @@ public:
     bool stopPlayback() override;
 
 private:
-    StreamSimplePlayerImpl* engine; ///< a QObject child: it dies with this object, never before
+    StreamSimplePlayerImpl* engine; ///< a QObject child, destroyed with this object
 };
 
 #endif

@@ -6,20 +6,20 @@
 class KovaNamedPipe;
 class StreamSimplePlayer;
 
-/// The engine that plays what is written into a named pipe:
+/// The engine that plays the content of a named pipe:
 /// appsrc → identity → decodebin ⇢ queue → audioconvert → audioresample → alsasink.
 ///
-/// The reader takes one block for each activation of the pipe's notifier and pushes it into the
-/// appsrc, all on the client's thread. The appsrc switches the notifier off and on again through
-/// on_receiveNewData(), so that a slow device makes the writer wait. The reader never reopens the
-/// pipe: there is none from the moment that it is closed.
+/// The reader reads one block per activation of the pipe's notifier and pushes it into the appsrc,
+/// on the client's thread. The appsrc disables and enables the notifier through
+/// on_receiveNewData(), so that a slow device blocks the writer. The reader never reopens a closed
+/// pipe.
 class StreamSimplePlayerImpl : public SimplePlayerImpl
 {
     Q_OBJECT
 
 public:
-    /// @param pipePath  path of the FIFO, which is made and opened now
-    /// @param capsText  description of the stream, or empty
+    /// @param pipePath  path of the FIFO, which is created and opened now
+    /// @param capsText  caps of the stream, or empty
     StreamSimplePlayerImpl(const QString& pipePath, const QString& capsText,
                            const QString& itemToken, const QString& outputDevice,
                            StreamSimplePlayer* frontObject);
@@ -27,11 +27,11 @@ public:
 
     bool initPipeline(GstElement* bin) override;
 
-    /// Stops like the base, then closes the pipe. @return what the base returned
+    /// Stops like the base class, then closes the pipe. @return the result of the base class
     bool stopPlayback() override;
 
-    /// Handlers of "need-data" and "enough-data": have reading switched on or off. Run on the
-    /// appsrc's streaming thread, or inside the reader's own push on the client's thread.
+    /// Handlers of "need-data" and "enough-data": enable and disable reading. They run on the
+    /// streaming thread of the appsrc, or inside the reader's own push on the client's thread.
     static void staticStartFeed(GstElement* source, guint length, StreamSimplePlayerImpl* self);
     static void staticStopFeed(GstElement* source, StreamSimplePlayerImpl* self);
 
@@ -40,21 +40,21 @@ public:
     /// Links a decoded audio pad to the output chain.
     void newPadCallback(GstPad* pad);
 
-    /// Makes and opens the pipe and enables its notifier. Called once, by the constructor.
+    /// Creates and opens the pipe and enables its notifier. Called once, by the constructor.
     void initReadPipe();
-    /// Closes and discards the pipe, if there is one. Safe inside the notifier's own slot.
+    /// Closes and discards the pipe if there is one. Safe inside the slot of its notifier.
     void closeReadPipe();
 
 private Q_SLOTS:
-    /// Reads one block and pushes it, or ends the stream when nothing could be read.
+    /// Reads one block and pushes it, or ends the stream if nothing could be read.
     void on_readPipeNotifier_activated(int sock);
-    /// Switches reading on or off; called by name from the feed handlers.
+    /// Enables or disables reading. The feed handlers call it by name.
     void on_receiveNewData(bool enable);
 
 protected:
     StreamSimplePlayer* streamPlayer; ///< the same object as `player`; not owned
-    // Owned by the pipeline once it holds them; written before it leaves the NULL state, so that
-    // streaming threads may read them.
+    // Owned by the pipeline once they are added to it. Written before the pipeline leaves the NULL
+    // state, so that streaming threads may read them.
     GstElement* appsrc = nullptr;
     GstElement* decodebin = nullptr;
     GstElement* queue = nullptr;

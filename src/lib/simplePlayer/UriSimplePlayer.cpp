@@ -34,9 +34,9 @@ bool UriSimplePlayer::stopPlayback()
 
 // ---- UriSimplePlayerImpl -----------------------------------------------------------------------
 
-/// The URI of what a client named, or a null text when that is a local file that does not exist.
-/// Schemes are compared in lower case only and nothing is decoded or escaped, on purpose: clients
-/// rely on their names being looked up literally.
+/// Returns the URI of an item, or a null string if it names a local file that does not exist.
+/// Schemes are compared in lower case only, and nothing is decoded or escaped, because clients rely
+/// on their names being looked up literally.
 static QString makeUriFromPath(const QString& path)
 {
     const QLatin1String fileScheme("file://");
@@ -65,7 +65,7 @@ UriSimplePlayerImpl::UriSimplePlayerImpl(const QString& item, const QString& ite
 
 UriSimplePlayerImpl::~UriSimplePlayerImpl()
 {
-    // Streaming threads read the members of this class until the pipeline is gone: it goes first.
+    // Streaming threads read members of this class until the pipeline is released.
     LOG_ENTER(TRACE, "Stopping playback at destructor");
     releaseGstPipeline();
     LOG_LEAVE(TRACE, "");
@@ -117,14 +117,13 @@ void UriSimplePlayerImpl::newPadCallback(GstPad* pad)
 
 bool UriSimplePlayerImpl::restartPlayback()
 {
-    // At DEBUG, unlike the other operations here: each pass of a loop shows in a log that is not
-    // traced.
+    // At DEBUG, unlike the other operations of this class, so that a log at DEBUG shows each pass.
     LOG_ENTER(DEBUG, "Seeking back to beginning");
     GstEvent* seek =
         gst_event_new_seek(1.0, GST_FORMAT_TIME, GST_SEEK_FLAG_FLUSH, GST_SEEK_TYPE_SET, 0,
                            GST_SEEK_TYPE_NONE, static_cast<gint64>(GST_CLOCK_TIME_NONE));
-    // Sent to the decoder and not to the pipeline, on purpose. Not tested for null: this is called
-    // when a stream has ended, and a stream comes from the decoder.
+    // The target is the decoder, not the pipeline, which would send the seek through its sinks. It
+    // is not null, because a stream from it has just ended.
     if (!gst_element_send_event(uriDecodeBin, seek)) {
         LOG_LINE(ERROR, "Failed to seek to beginning");
         return false;

@@ -5,23 +5,22 @@
 
 class UriSimplePlayerImpl;
 
-/// Plays a local file or a web resource. The only kind of player that can loop.
+/// Plays a local file or a web resource. This is the only player that can loop.
 class KOVA_SIMPLEPLAYER_EXPORT UriSimplePlayer : public SimplePlayer
 {
     Q_OBJECT
 
 public:
-    /// @param uri     what to play: a text that begins with "http://" or "https://" is taken as it
-    ///                stands; everything else names a local file, either by its path (a relative
-    ///                one counts from the current directory of this moment) or by "file://"
-    ///                followed by its path. No percent escape is decoded, and the schemes are
-    ///                recognised in lower case only. A file that does not exist is logged now and
-    ///                makes startPlayback() return false. A web address is cut off at a null
-    ///                character; no file has one in its name.
-    /// @param token   the identifier that the signals and the log carry
-    /// @param device  the ALSA device to play on, "default" for instance; there is no default for
-    ///                an empty name. It is cut off at a null character
-    /// @param parent  the owner in the sense of QObject, or null
+    /// @param uri     the item. A text that begins with "http://" or "https://" is used unchanged.
+    ///                Any other text names a local file: by its path, which may be relative to the
+    ///                current directory at this moment, or by "file://" followed by its path.
+    ///                Percent escapes are not decoded, and schemes are recognized in lower case
+    ///                only. If the file does not exist, this is logged now, and startPlayback()
+    ///                returns false. A web address ends at its first null character.
+    /// @param token   the identifier in signals and log lines
+    /// @param device  the ALSA device, for example "default". An empty name is not replaced by a
+    ///                default. The name ends at its first null character
+    /// @param parent  the QObject parent, or null
     UriSimplePlayer(const QString& uri, const QString& token, const QString& device,
                     QObject* parent = nullptr);
     ~UriSimplePlayer() override;
@@ -31,7 +30,7 @@ public:
     bool stopPlayback() override;
 
 private:
-    UriSimplePlayerImpl* engine; ///< a QObject child: it dies with this object, never before
+    UriSimplePlayerImpl* engine; ///< a QObject child, destroyed with this object
 };
 
 #endif

@@ -11,14 +11,14 @@ class UriSimplePlayerImpl : public SimplePlayerImpl
     Q_OBJECT
 
 public:
-    /// @param item  a path or URI as the client gave it; kept in the form that uridecodebin takes
+    /// @param item  the path or URI from the client; kept as a URI for uridecodebin
     UriSimplePlayerImpl(const QString& item, const QString& itemToken, const QString& outputDevice,
                         UriSimplePlayer* frontObject);
     ~UriSimplePlayerImpl() override;
 
     bool initPipeline(GstElement* bin) override;
 
-    /// Seeks the item back to its start. @return false when no element could seek
+    /// Seeks back to the start of the item. @return false if no element could seek
     bool restartPlayback() override;
 
     /// Handler of "pad-added". Runs on a GStreamer streaming thread, as does newPadCallback().
@@ -28,13 +28,13 @@ public:
 
 protected:
     UriSimplePlayer* uriPlayer; ///< the same object as `player`; not owned
-    // Owned by the pipeline once it holds them; written before it leaves the NULL state, so that
-    // streaming threads may read them. They dangle once the pipeline is released: only what the
-    // pipeline itself calls (its pads, its bus) uses them, and the next build makes new ones.
+    // Owned by the pipeline once they are added to it. Written before the pipeline leaves the NULL
+    // state, so that streaming threads may read them. After a release they dangle: only callbacks
+    // of the pipeline use them, and the next build sets them again.
     GstElement* uriDecodeBin = nullptr;
     GstElement* queue = nullptr;
     GstElement* sink = nullptr;
-    QString uri; ///< empty when the named file does not exist; never changes
+    QString uri; ///< empty if the file does not exist; never changes
 };
 
 #endif

@@ -3,7 +3,7 @@
 
 #include <QtCore/qglobal.h>
 
-/// Marks the classes that libkova_simpleplayer.so offers to its clients.
+/// Marks the classes that libkova_simpleplayer.so exports.
 #ifdef KOVA_SIMPLEPLAYER_BUILDING
 #define KOVA_SIMPLEPLAYER_EXPORT Q_DECL_EXPORT
 #else
