@@ -1,5 +1,5 @@
-# Qt's programs that run while building, in a build for another machine: this machine's.
-# Debian keeps those of Qt 5 outside the PATH, where moc may be that of another Qt.
+# Qt's build tools in a cross build: those of this machine. Debian keeps the tools of Qt 5 outside the
+# PATH, where moc may belong to another version of Qt.
 find_program(KOVA_HOST_MOC moc PATHS /usr/lib/qt5/bin NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH)
 find_program(KOVA_HOST_MOC NAMES moc-qt5 moc REQUIRED)
 mark_as_advanced(KOVA_HOST_MOC)

@@ -1,5 +1,5 @@
-# The framework's own core API, as the targets kova_api and Kova::Api. A library that was built with it
-# brings this file instead of a core API.
+# The framework's own core API as the targets kova_api and Kova::Api. A build with
+# KOVA_USE_FRAMEWORK_API installs this file instead of a core API.
 find_library(KOVA_API_LIBRARY NAMES kova_api)
 find_path(KOVA_API_INCLUDE_DIR core/kova.h PATH_SUFFIXES kova)
 mark_as_advanced(KOVA_API_LIBRARY KOVA_API_INCLUDE_DIR)
@@ -8,7 +8,7 @@ if(NOT KOVA_API_LIBRARY OR NOT KOVA_API_INCLUDE_DIR)
     if(NOT CMAKE_FIND_PACKAGE_NAME)
         message(FATAL_ERROR ${missing})
     endif()
-    # Whoever looks for the package decides what follows.
+    # find_package() of the client decides whether this is an error.
     set(${CMAKE_FIND_PACKAGE_NAME}_FOUND FALSE)
     set(${CMAKE_FIND_PACKAGE_NAME}_NOT_FOUND_MESSAGE ${missing})
 elseif(NOT TARGET kova_api)

@@ -1,5 +1,5 @@
-# find_package(KovaSimplePlayer) finds this. Kova::SimplePlayer is the player library, Kova::Api the
-# core API that comes with it.
+# Package configuration for find_package(KovaSimplePlayer). The targets are Kova::SimplePlayer, the
+# player library, and Kova::Api, its core API library.
 include(CMakeFindDependencyMacro)
 find_dependency(Qt5 5.15 COMPONENTS Core)
 include(${CMAKE_CURRENT_LIST_DIR}/KovaFrameworkApi.cmake OPTIONAL)

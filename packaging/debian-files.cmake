@@ -1,7 +1,15 @@
 # CPack runs this on the installed files before they become packages.
 
-# Moves the debugging information of a program or library to where debuggers look for it, which is
-# told by the build's own number.
+# run(COMMAND…): runs a command; the packaging ends when it fails.
+function(run)
+    execute_process(COMMAND ${ARGV} RESULT_VARIABLE status)
+    if(status)
+        message(FATAL_ERROR "failed with ${status}: ${ARGV}")
+    endif()
+endfunction()
+
+# Moves the debugging information of a program or library to the folder where debuggers look for it by
+# its build ID.
 function(split_debugging_information binary folder)
     execute_process(COMMAND ${CPACK_READELF_EXECUTABLE} -n ${binary}
         OUTPUT_VARIABLE notes ERROR_QUIET)
@@ -9,20 +17,15 @@ function(split_debugging_information binary folder)
         return() # a script
     endif()
     set(debug ${folder}/.build-id/${CMAKE_MATCH_1}/${CMAKE_MATCH_2}.debug)
-    cmake_path(GET debug PARENT_PATH parent)
+    get_filename_component(parent ${debug} DIRECTORY)
     file(MAKE_DIRECTORY ${parent})
-    execute_process(
-        COMMAND ${CPACK_OBJCOPY_EXECUTABLE} --only-keep-debug --compress-debug-sections
-            ${binary} ${debug}
-        COMMAND_ERROR_IS_FATAL ANY)
-    execute_process(
-        COMMAND ${CPACK_OBJCOPY_EXECUTABLE} --strip-unneeded --remove-section=.comment
-            --add-gnu-debuglink=${debug} ${binary}
-        COMMAND_ERROR_IS_FATAL ANY)
+    run(${CPACK_OBJCOPY_EXECUTABLE} --only-keep-debug --compress-debug-sections ${binary} ${debug})
+    run(${CPACK_OBJCOPY_EXECUTABLE} --strip-unneeded --remove-section=.comment
+        --add-gnu-debuglink=${debug} ${binary})
     file(CHMOD ${debug} PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
 endfunction()
 
-# Adds what Debian wants to find in each package, and compresses what it wants compressed.
+# Adds the documents that Debian requires in each package, and compresses them.
 function(add_documents package share)
     file(COPY ${CMAKE_CURRENT_LIST_DIR}/copyright ${CMAKE_CURRENT_LIST_DIR}/changelog
         DESTINATION ${share}/doc/${package})
@@ -31,7 +34,7 @@ function(add_documents package share)
         file(COPY ${overrides} DESTINATION ${share}/lintian/overrides)
     endif()
     file(GLOB documents ${share}/doc/${package}/changelog ${share}/man/man*/*)
-    execute_process(COMMAND gzip -9n ${documents} COMMAND_ERROR_IS_FATAL ANY)
+    run(gzip -9n ${documents})
 endfunction()
 
 set(installed ${CPACK_TEMPORARY_INSTALL_DIRECTORY})
