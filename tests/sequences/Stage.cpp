@@ -1,9 +1,9 @@
 #include "sequences/Stage.h"
 
-#include "sequences/InertElements.h"
-#include "sequences/PlayerModel.h"
 #include "kit/GstLeaks.h"
 #include "kit/TestProcess.h"
+#include "sequences/InertElements.h"
+#include "sequences/PlayerModel.h"
 
 #include <core/KovaNamedPipe.h>
 #include <simplePlayer/DataSimplePlayer.h>

@@ -1,10 +1,10 @@
 #ifndef TEST_SEQUENCES_STAGE_H
 #define TEST_SEQUENCES_STAGE_H
 
-#include "sequences/Observation.h"
-#include "sequences/Step.h"
 #include "kit/GstFaults.h"
 #include "kit/LogCapture.h"
+#include "sequences/Observation.h"
+#include "sequences/Step.h"
 
 #include <simplePlayer/SimplePlayerInterface.h>
 

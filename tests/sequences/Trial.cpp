@@ -1,10 +1,10 @@
 #include "sequences/Trial.h"
 
-#include "sequences/InertElements.h"
-#include "sequences/Stage.h"
 #include "kit/GstLeaks.h"
 #include "kit/Media.h"
 #include "kit/TestProcess.h"
+#include "sequences/InertElements.h"
+#include "sequences/Stage.h"
 #ifdef HAVE_VIRTUAL_CARD
 #include "kit/VirtualCard.h"
 #endif

@@ -11,7 +11,6 @@
 
 using media::SampleFormat;
 
-
 /// What arrives at the sound card from files of all kinds, whole and broken.
 class TestFormats : public QObject
 {

@@ -815,8 +815,8 @@ void TestVirtualCard::recordThatCannotBeMadeFailsTheSetUp()
     const AlsaErrors keep;
     Pcm pcm;
     const QString events = TestProcess::path("own.events");
-    QCOMPARE(openWithFields(
-                 QStringLiteral("events \"%1\"\nrecord \"/dev/null/x.wav\"").arg(events), pcm),
+    QCOMPARE(openWithFields(QStringLiteral("events \"%1\"\nrecord \"/dev/null/x.wav\"").arg(events),
+                            pcm),
              0);
     QCOMPARE(configure(pcm, Setup()), -ENOTDIR);
     QCOMPARE(alsaErrors, QStringList("virtualcard: /dev/null/x.wav: Not a directory"));
