@@ -7,9 +7,7 @@
 static bool readText(const snd_config_t* node, std::string& text)
 {
     const char* value = nullptr;
-    // GCOVR_EXCL_BR_START: ALSA has no text that is null
     if (snd_config_get_string(node, &value) < 0 || !value || !*value) {
-        // GCOVR_EXCL_BR_STOP
         return false;
     }
     text = value;
@@ -18,9 +16,7 @@ static bool readText(const snd_config_t* node, std::string& text)
 
 static bool readSpeed(const snd_config_t* node, double& speed)
 {
-    // GCOVR_EXCL_BR_START: ALSA reads no number as infinite
     return snd_config_get_ireal(node, &speed) >= 0 && std::isfinite(speed) && speed > 0.0;
-    // GCOVR_EXCL_BR_STOP
 }
 
 static bool readBool(const snd_config_t* node, bool& flag)
@@ -117,9 +113,7 @@ int readCardSettings(const snd_config_t* configuration, CardSettings& settings)
     {
         const snd_config_t* node = snd_config_iterator_entry(i);
         const char* id = nullptr;
-        // GCOVR_EXCL_BR_START: every field has a name
         if (snd_config_get_id(node, &id) < 0 || isCommonField(id)) {
-            // GCOVR_EXCL_BR_STOP
             continue;
         }
         if (!readField(id, node, settings)) {

@@ -67,9 +67,7 @@ static bool isAwake(const std::string& stat)
 {
     // The state stands behind the name, which is in parentheses and may hold some itself.
     const std::size_t name = stat.rfind(')');
-    // GCOVR_EXCL_BR_START: the kernel cuts no line
     if (name == std::string::npos || name + 2 >= stat.size()) {
-        // GCOVR_EXCL_BR_STOP
         return true;
     }
     const char state = stat[name + 2];
@@ -106,8 +104,8 @@ static bool allAsleep(const std::string& process, unsigned long long& sumOfTurns
 {
     const std::string folder = "/proc/" + process + "/task/";
     const Directory threads(::opendir(folder.c_str()));
-    if (!threads) {             // GCOVR_EXCL_BR_LINE
-        return errno == ENOENT; // GCOVR_EXCL_LINE: it has ended meanwhile
+    if (!threads) {
+        return errno == ENOENT;
     }
     // Only this function holds the directory stream.
     while (const dirent* entry = ::readdir(threads.get())) { // NOLINT(concurrency-mt-unsafe)
@@ -126,9 +124,7 @@ static bool othersAreAsleep()
     // to be looked at came. Twice asleep without a turn in between is asleep.
     unsigned long long first = 0;
     unsigned long long second = 0;
-    // GCOVR_EXCL_BR_START: a thread wakes in between
     return allAsleep("self", first) && allAsleep("self", second) && first == second;
-    // GCOVR_EXCL_BR_STOP
 }
 
 bool othersWereAsleep(Nanoseconds since)

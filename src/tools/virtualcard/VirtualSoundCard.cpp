@@ -46,7 +46,7 @@ snd_pcm_ioplug_callback_t makeCallbacks(bool canPause)
     table.stop = [](snd_pcm_ioplug_t* io) { return cardOf(io).stop(); };
     table.pointer = [](snd_pcm_ioplug_t* io) { return cardOf(io).pointer(); };
     table.close = [](snd_pcm_ioplug_t* io) {
-        delete &cardOf(io); // GCOVR_EXCL_BR_LINE: the compiler's: it is never null
+        delete &cardOf(io);
         return 0;
     };
     table.hw_params = [](snd_pcm_ioplug_t* io, snd_pcm_hw_params_t*) {
@@ -160,8 +160,8 @@ int VirtualSoundCard::takeExclusively()
 int VirtualSoundCard::createPcm(const char* name, snd_pcm_stream_t stream, int mode)
 {
     timer = Descriptor(::timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK));
-    if (!timer) {      // GCOVR_EXCL_BR_LINE
-        return -errno; // GCOVR_EXCL_LINE: no descriptor is left, and ALSA needs some before
+    if (!timer) {
+        return -errno;
     }
     io.version = SND_PCM_IOPLUG_VERSION;
     io.name = "Virtual sound card";
@@ -174,12 +174,11 @@ int VirtualSoundCard::createPcm(const char* name, snd_pcm_stream_t stream, int m
     io.callback = callbacks(settings.canPause);
     io.private_data = this;
     int error = snd_pcm_ioplug_create(&io, name, stream, mode);
-    if (error < 0) {  // GCOVR_EXCL_BR_LINE
-        return error; // GCOVR_EXCL_LINE: no memory is left
+    if (error < 0) {
+        return error;
     }
     error = setConstraints();
-    if (error < 0) { // GCOVR_EXCL_BR_LINE
-        // GCOVR_EXCL_START: no memory is left
+    if (error < 0) {
         // Deleting the PCM would delete this object through the close function.
         static const snd_pcm_ioplug_callback_t none = [] {
             snd_pcm_ioplug_callback_t table = makeCallbacks(false);
@@ -189,7 +188,6 @@ int VirtualSoundCard::createPcm(const char* name, snd_pcm_stream_t stream, int m
         io.callback = &none;
         snd_pcm_ioplug_delete(&io);
         io.pcm = nullptr;
-        // GCOVR_EXCL_STOP
     }
     return error;
 }
@@ -220,12 +218,12 @@ int VirtualSoundCard::setConstraints()
     }};
     int error = snd_pcm_ioplug_set_param_list(&io, SND_PCM_IOPLUG_HW_ACCESS, accesses.size(),
                                               accesses.data());
-    if (error == 0) { // GCOVR_EXCL_BR_LINE: no memory is left
+    if (error == 0) {
         error = snd_pcm_ioplug_set_param_list(&io, SND_PCM_IOPLUG_HW_FORMAT, formats.size(),
                                               formats.data());
     }
     for (const Range& range : ranges) {
-        if (error == 0) { // GCOVR_EXCL_BR_LINE: as above
+        if (error == 0) {
             error = snd_pcm_ioplug_set_param_minmax(&io, range.parameter, range.min, range.max);
         }
     }
@@ -287,15 +285,13 @@ snd_pcm_chmap_t* VirtualSoundCard::channelMap() const
          SND_CHMAP_SL, SND_CHMAP_SR},
     }};
     const unsigned channels = io.channels;
-    // GCOVR_EXCL_BR_START: ALSA asks a card that has been set up
     if (channels < 1 || channels > maxChannels) {
-        // GCOVR_EXCL_BR_STOP
         return nullptr;
     }
     // The caller gives it back with free().
     auto* map = static_cast<snd_pcm_chmap_t*>(
         std::malloc(sizeof(snd_pcm_chmap_t) + channels * sizeof(unsigned)));
-    if (map) { // GCOVR_EXCL_BR_LINE: no memory is left
+    if (map) {
         map->channels = channels;
         std::copy_n(maps[channels - 1].begin(), channels, map->pos);
     }
@@ -307,7 +303,7 @@ int VirtualSoundCard::prepare()
     const std::lock_guard<std::mutex> guard(mutex);
     started = false;
     armTimer();
-    return gone ? -ENODEV : 0; // GCOVR_EXCL_BR_LINE: see start()
+    return gone ? -ENODEV : 0;
 }
 
 // ---- Starting and stopping --------------------------------------------------------------------
@@ -315,8 +311,8 @@ int VirtualSoundCard::prepare()
 int VirtualSoundCard::start()
 {
     const std::lock_guard<std::mutex> guard(mutex);
-    if (gone) {         // GCOVR_EXCL_BR_LINE
-        return -ENODEV; // GCOVR_EXCL_LINE: ALSA asks no card that it knows to be gone
+    if (gone) {
+        return -ENODEV;
     }
     begin(monotonicNow());
     return 0;
@@ -343,7 +339,7 @@ int VirtualSoundCard::stop()
         const snd_pcm_uframes_t left = queued() - catchUp(now);
         if (io.state == SND_PCM_STATE_DRAINING && left == 0) {
             events.add(clock.timeOf(played), "drained", std::to_string(total));
-        } else if (!gone) { // GCOVR_EXCL_BR_LINE: ALSA stops no card that it knows to be gone
+        } else if (!gone) {
             events.add(now, "stop", std::to_string(left));
         }
     }
@@ -355,8 +351,8 @@ int VirtualSoundCard::stop()
 int VirtualSoundCard::pause(bool enable)
 {
     const std::lock_guard<std::mutex> guard(mutex);
-    if (gone) {         // GCOVR_EXCL_BR_LINE
-        return -ENODEV; // GCOVR_EXCL_LINE: as for start()
+    if (gone) {
+        return -ENODEV;
     }
     const Nanoseconds now = monotonicNow();
     if (enable) {
@@ -376,8 +372,8 @@ int VirtualSoundCard::drain()
 {
     {
         const std::lock_guard<std::mutex> guard(mutex);
-        if (gone) {         // GCOVR_EXCL_BR_LINE
-            return -ENODEV; // GCOVR_EXCL_LINE: as for start()
+        if (gone) {
+            return -ENODEV;
         }
         // ALSA leaves it to us to start a stream that was too short to start by itself.
         const Nanoseconds now = monotonicNow();
@@ -396,11 +392,9 @@ int VirtualSoundCard::waitForEnd()
         snd_pcm_avail_update(io.pcm);
         {
             const std::lock_guard<std::mutex> guard(mutex);
-            // GCOVR_EXCL_BR_START: a card that goes while its last frames play
             if (gone || io.state != SND_PCM_STATE_DRAINING) {
                 return gone ? -ENODEV : 0;
             }
-            // GCOVR_EXCL_BR_STOP
             armTimer();
         }
         if (io.nonblock != 0) {
@@ -418,9 +412,7 @@ int VirtualSoundCard::waitForEnd()
 /// The frames in the buffer that have not been played.
 snd_pcm_uframes_t VirtualSoundCard::queued() const
 {
-    // GCOVR_EXCL_BR_START: nobody asks before it is set up
     return boundary == 0 ? 0 : (io.appl_ptr + boundary - io.hw_ptr) % boundary;
-    // GCOVR_EXCL_BR_STOP
 }
 
 std::int64_t VirtualSoundCard::clockFrames(Nanoseconds now) const
@@ -545,7 +537,7 @@ void VirtualSoundCard::lookAfterClient()
     const std::lock_guard<std::mutex> guard(mutex);
     const Nanoseconds now = monotonicNow();
     polledAt = now;
-    if (since == never || !started) { // GCOVR_EXCL_BR_LINE: it was stopped just now
+    if (since == never || !started) {
         return;
     }
     if (busySince == 0) {
@@ -561,9 +553,7 @@ Nanoseconds VirtualSoundCard::restingSince()
 {
     const std::lock_guard<std::mutex> guard(mutex);
     const bool rests =
-        // GCOVR_EXCL_BR_START: as a poll comes, early or late
         started && !paused && waitsForClient() && clock.framesAt(monotonicNow()) >= allowed;
-    // GCOVR_EXCL_BR_STOP
     return rests ? clock.timeOf(allowed) : never;
 }
 

@@ -14,9 +14,7 @@ static std::string numbered(const std::string& path, int number)
     const std::size_t slash = path.rfind('/');
     const std::size_t dot = path.rfind('.');
     const bool hasSuffix =
-        // GCOVR_EXCL_BR_START: tests record into a folder
         dot != std::string::npos && (slash == std::string::npos || dot > slash + 1);
-    // GCOVR_EXCL_BR_STOP
     const std::size_t end = hasSuffix ? dot : path.size();
     return path.substr(0, end) + '-' + std::to_string(number) + path.substr(end);
 }
@@ -33,10 +31,10 @@ static int writeAt(int file, const char* bytes, std::size_t size, std::uint64_t 
 {
     while (size > 0) {
         const ssize_t written = ::pwrite(file, bytes, size, static_cast<off_t>(offset));
-        if (written < 0 && errno != EINTR) { // GCOVR_EXCL_BR_LINE: no signal comes in between
+        if (written < 0 && errno != EINTR) {
             return -errno;
         }
-        if (written > 0) { // GCOVR_EXCL_BR_LINE: or interrupted, as above
+        if (written > 0) {
             bytes += written;
             size -= static_cast<std::size_t>(written);
             offset += static_cast<std::uint64_t>(written);
@@ -66,8 +64,8 @@ int WavRecord::open(const std::string& path, const WavLayout& wanted)
 bool WavRecord::adopt(Descriptor&& candidate)
 {
     struct stat status = {};
-    if (::fstat(candidate.get(), &status) != 0) { // GCOVR_EXCL_BR_LINE
-        return false; // GCOVR_EXCL_LINE: of an open file it does not fail
+    if (::fstat(candidate.get(), &status) != 0) {
+        return false;
     }
     const auto size = static_cast<std::uint64_t>(status.st_size);
     const std::string header = readHeader(candidate.get(), headerSize);
