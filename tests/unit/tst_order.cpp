@@ -1,6 +1,7 @@
 #include "unit/OpenEngines.h"
 #include "unit/TestEngine.h"
 
+#include "kit/FifoWriter.h"
 #include "kit/LogCapture.h"
 #include "kit/TestMain.h"
 #include "kit/TestProcess.h"
@@ -8,12 +9,8 @@
 #include <simplePlayer/DataSimplePlayer.h>
 #include <simplePlayer/StreamSimplePlayer.h>
 
-#include <QtCore/QFile>
 #include <QtCore/QSocketNotifier>
 #include <QtTest/QtTest>
-
-#include <fcntl.h>
-#include <unistd.h>
 
 /// The order of the steps inside the engines' operations, where clients, log readers or GStreamer
 /// can observe it.
@@ -150,12 +147,11 @@ void TestOrder::blockIsMappedDuringThePush()
             mapped << mappedBuffers();
         }
     });
-    const int writer = ::open(QFile::encodeName(fifo).constData(), O_WRONLY | O_NONBLOCK);
-    QCOMPARE(::write(writer, QByteArray(8192, 'x').constData(), 8192), ssize_t(8192));
+    const FifoWriter writer(fifo);
+    writer.write(QByteArray(8192, 'x'));
     for (int i = 0; i < 2; ++i) {
         QMetaObject::invokeMethod(&engine, "on_readPipeNotifier_activated", Q_ARG(int, 0));
     }
-    ::close(writer);
     QCOMPARE(mapped, QList<int>{1});
 }
 
