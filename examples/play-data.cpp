@@ -1,9 +1,9 @@
-// Plays a sound file that is in memory; here it is read from standard input.
+// Plays a sound file from memory. This example reads it from standard input.
 //
 //     play-data [DEVICE] <FILE
 //
-// The bytes are not copied when the player is the only one that holds them. A temporary, as here,
-// leaves it alone with them; a QByteArray that the program keeps as well is copied once.
+// The bytes are not copied if the player holds the only reference to them, as with the temporary
+// here. A QByteArray that the program keeps as well is copied once.
 #include "play.h"
 
 #include <QtCore/QFile>

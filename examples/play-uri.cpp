@@ -2,8 +2,8 @@
 //
 //     play-uri ITEM [DEVICE]
 //
-// The player takes a path, which may count from the current folder, or an http:// or https://
-// address. It is the only kind of player that can begin again at its end: set player.loop for that.
+// An item is an absolute or relative path, or an http:// or https:// address. This is the only kind
+// of player that can loop: set player.loop.
 #include "play.h"
 
 #include <simplePlayer/UriSimplePlayer.h>

@@ -1,12 +1,12 @@
-// What every example does with its player, whatever kind it is: start it, say the outcome, and end
-// the program with it.
+// The common part of the examples: starts a player of any kind, prints its outcome, and ends the
+// program.
 #include <simplePlayer/SimplePlayerInterface.h>
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QTextStream>
 #include <QtCore/QTimer>
 
-/// @return the status to exit with: 0 when the item was played to its end
+/// @return the exit status: 0 if the item was played to its end
 inline int play(SimplePlayer& player)
 {
     const auto finish = [](const QString& outcome, int status) {
@@ -23,7 +23,8 @@ inline int play(SimplePlayer& player)
                      [=](const QString& token) { finish(token + " was stopped", 2); });
 
     if (!player.startPlayback()) {
-        // GStreamer's reason is still to come; the stop makes sure of an outcome if none comes.
+        // GStreamer's reason may follow from the event loop. If it does not, the stop produces an
+        // outcome.
         QTimer::singleShot(1000, &player, &SimplePlayer::stopPlayback);
     }
     return QCoreApplication::exec();

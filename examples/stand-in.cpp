@@ -1,10 +1,10 @@
-// Lets a program run where there is no sound: a FakePlayer stands in for the real one.
+// Runs a program on a machine without sound: a FakePlayer replaces the real player.
 //
-//     stand-in ITEM [DEVICE]       plays the item, and stops it at the end of the line typed
-//     stand-in                     does the same without a sound
+//     stand-in ITEM [DEVICE]       plays the item, and stops it when Return is pressed
+//     stand-in                     does the same without sound
 //
-// The program's own code knows SimplePlayer alone. A FakePlayer never ends by itself and never
-// fails, so only the stop leads to an outcome.
+// The rest of the program uses the interface SimplePlayer only. A FakePlayer never ends by itself
+// and never fails, so that only the stop leads to an outcome.
 #include "play.h"
 
 #include <QtCore/QSocketNotifier>

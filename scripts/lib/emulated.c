@@ -1,9 +1,8 @@
 // Preloaded into every program that runs in the armhf sysroot (scripts/armhf-sysroot).
 //
-// The emulator passes waitid() on to the kernel, whose answer makes Qt believe that clone() can make
-// process descriptors; but QEMU 7.2 refuses that. A QProcess then takes -1 for its child, and ending
-// that ends every process of the user. Told that there are no such descriptors, Qt forks as it did
-// before they were invented.
+// The emulator passes waitid() to the kernel, whose result makes Qt assume that clone() supports process
+// descriptors. QEMU 7.2 refuses such a clone(). A QProcess then takes -1 for its child, and its kill(-1)
+// ends every process of the user. Without process descriptors Qt uses fork().
 
 #define _GNU_SOURCE
 #include <dlfcn.h>

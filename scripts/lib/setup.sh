@@ -1,10 +1,10 @@
-# Sourced by the scripts beside this folder: messages, and what must be installed.
+# Sourced by other scripts: messages and installation of packages.
 # shellcheck shell=bash
 
-# The sourcing script sets it to the top of the tree.
+# The sourcing script sets root to the top of the tree.
 : "${root:?}"
 
-# Says what is being done, on stderr, so that a script's own output stays clean.
+# Prints a progress message on stderr, apart from the output of the script.
 say() {
     printf '%s: %s\n' "${0##*/}" "$*" >&2
 }
@@ -25,8 +25,8 @@ as_root() {
     fi
 }
 
-# packages_for [WORD]: the packages of packaging/debian-packages.txt with this word behind their
-# names; without an argument those for building and playing.
+# packages_for [WORD]: the packages of packaging/debian-packages.txt with this word after their names;
+# without an argument those for building and playing.
 packages_for() {
     awk -v word="${1:-}" '
         /^[^#]/ {
@@ -40,8 +40,8 @@ packages_for() {
         }' "$root/packaging/debian-packages.txt"
 }
 
-# missing_packages [PURPOSE]: those for building and playing that are not installed, and those for
-# this purpose.
+# missing_packages [PURPOSE]: packages that are not installed but needed for building and playing, and
+# for this purpose.
 missing_packages() {
     local name
     for name in $(packages_for; [ "$#" -eq 0 ] || packages_for "$1"); do
@@ -56,8 +56,8 @@ debian_release() {
     (. /etc/os-release && printf '%s\n' "${VERSION_CODENAME:?}")
 }
 
-# Where this machine gets the packages of its release from, as lines for sources.list. Updates are
-# left out: the packages of the release alone fit together whatever the state of a mirror is.
+# The archive of this machine's release, as lines for sources.list. Updates are omitted, because the
+# packages of the release itself are consistent whatever the state of a mirror is.
 debian_archive() {
     local lines
     lines=$(known_archive)
@@ -65,38 +65,38 @@ debian_archive() {
         as_root apt-get update -qq >&2 || true
         lines=$(known_archive)
     fi
-    [ -n "$lines" ] || die "apt-get knows no Debian archive of $(debian_release): is there a network?"
+    [ -n "$lines" ] || die "apt-get knows no Debian archive of $(debian_release); check the network"
     printf '%s\n' "$lines"
 }
 
-# What apt-get has a list of packages of.
+# The archives whose package lists apt-get has.
 known_archive() {
     # shellcheck disable=SC2016  # the fields are for apt-get
     apt-get indextargets --format 'deb $(REPO_URI) $(RELEASE) $(COMPONENT)' "Origin: Debian" \
         "Codename: $(debian_release)" "Component: main" "Identifier: Packages" | sort -u
 }
 
-# Installs what is missing; says nothing when nothing is.
+# Installs missing packages. Prints nothing if none is missing.
 install_packages() {
     local missing name
-    command -v apt-get >/dev/null || die "this needs a Debian machine: there is no apt-get"
+    command -v apt-get >/dev/null || die "this script needs Debian: there is no apt-get"
     mapfile -t missing < <(missing_packages "$@")
     [ "${#missing[@]}" -gt 0 ] || return 0
 
     say "installing ${missing[*]}"
-    as_root apt-get update -qq || die "the list of Debian's packages could not be had: is there a network?"
+    as_root apt-get update -qq || die "apt-get update failed; check the network"
     for name in "${missing[@]}"; do
         apt-cache show "$name" >/dev/null 2>&1 || die "there is no Debian package $name here"
     done
     as_root env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends \
-        "${missing[@]}" >/dev/null || die "could not be installed: ${missing[*]}"
+        "${missing[@]}" >/dev/null || die "apt-get could not install: ${missing[*]}"
 }
 
-# The file in an armhf sysroot that tells that it is whole, and of what.
+# The file that marks a complete armhf sysroot and identifies its content.
 # shellcheck disable=SC2034  # for the sourcing scripts
 sysroot_stamp=.kova-sysroot
 
-# Where the armhf sysroot is, or will be: outside the tree, as all working copies share it.
+# The folder of the armhf sysroot, outside the tree because all working copies share it.
 armhf_sysroot() {
     printf '%s\n' "${KOVA_ARMHF_SYSROOT:-${XDG_CACHE_HOME:-$HOME/.cache}/kova/armhf-sysroot}"
 }

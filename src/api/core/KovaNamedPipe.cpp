@@ -168,7 +168,7 @@ void KovaNamedPipe::setNonBlock(bool enable)
 
 int KovaNamedPipe::read(const char* data, int size)
 {
-    // Reading no bytes would return 0, which says that no writer is there.
+    // Reading no bytes would return 0, which means that there is no writer.
     if (data == nullptr || size <= 0) {
         logFailure("Failed to read named pipe", "there is no buffer");
         return -EINVAL;

@@ -14,7 +14,7 @@
 /// its bus, and turns every way in which playback finishes into exactly one signal of the front
 /// object. Each kind of source has a variant that decides what the pipeline contains.
 ///
-/// All functions run on the thread that owns the front object unless their comment says otherwise;
+/// All functions run on the thread that owns the front object unless their comment names another;
 /// nothing is locked. The engine is a QObject child of the front object and is destroyed inside the
 /// front object's QObject destructor, after the derived parts of `player`. Only the bus watch and
 /// the reporting slot use `player`, and both run from the event loop.

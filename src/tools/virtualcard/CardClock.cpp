@@ -24,8 +24,7 @@ Nanoseconds CardClock::timeOf(std::int64_t frames) const
     const auto ahead = static_cast<double>(frames - originFrames);
     Nanoseconds time =
         originTime + static_cast<Nanoseconds>(std::ceil(ahead / framesPerNanosecond));
-    // A quotient that was rounded down would wake a waiting client one nanosecond too early, and it
-    // would find nothing to do.
+    // Rounding down would wake a waiting client one nanosecond too early, with nothing to do.
     while (framesAt(time) < frames) {
         ++time;
     }

@@ -9,17 +9,17 @@
 class CardClock
 {
 public:
-    /// @param framesPerSecond  the rate that the card was set to
+    /// @param framesPerSecond  the rate of the card
     /// @param speed            how many times faster than real time the card plays
     void configure(unsigned framesPerSecond, double speed);
 
-    /// From now on the clock shows `frames` at the time `now`, and runs on from there.
+    /// Sets the clock to `frames` at the time `now`; it runs on from there.
     void set(Nanoseconds now, std::int64_t frames);
 
-    /// How many frames have been played in full at a time.
+    /// Returns the number of whole frames played at a time.
     std::int64_t framesAt(Nanoseconds time) const;
 
-    /// The first time at which `frames` frames have been played in full.
+    /// Returns the first time at which `frames` whole frames have been played.
     Nanoseconds timeOf(std::int64_t frames) const;
 
 private:

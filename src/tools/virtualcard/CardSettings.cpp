@@ -28,7 +28,7 @@ static bool readBool(const snd_config_t* node, bool& flag)
 
 static bool readFrames(const snd_config_t* node, std::int64_t& frames)
 {
-    // A number that fits into 32 bits has another type in the configuration than a larger one.
+    // In the configuration, numbers up to 32 bits have another type than larger ones.
     long small = 0;
     long long large = 0;
     if (snd_config_get_integer(node, &small) >= 0) {
@@ -72,7 +72,7 @@ static bool readStarve(const snd_config_t* node, CardSettings::Starve& starve)
     return true;
 }
 
-/// Reads one field. A field that the card does not have is as wrong as a bad value.
+/// Reads one field. An unknown field is an error, like a bad value.
 static bool readField(const std::string& id, const snd_config_t* node, CardSettings& settings)
 {
     if (id == "record") {

@@ -6,32 +6,32 @@
 #include <cstdint>
 #include <string>
 
-/// What `pcm.NAME { type virtualcard … }` says about one card.
+/// The settings of one card in the configuration `pcm.NAME { type virtualcard … }`.
 struct CardSettings
 {
     /// What the card refuses.
     enum class Refuse
     {
         Nothing,
-        Open,   ///< it cannot be opened: somebody else has it (EBUSY)
-        Format, ///< it cannot be set to any format (EINVAL)
-        Rate,   ///< it cannot be set to any rate (EINVAL)
+        Open,   ///< it cannot be opened, as if another program used it (EBUSY)
+        Format, ///< it accepts no format (EINVAL)
+        Rate,   ///< it accepts no rate (EINVAL)
     };
-    /// What happens when the client does not write in time.
+    /// What happens if the client does not write in time.
     enum class Starve
     {
         Xrun, ///< an underrun, as on hardware
         Wait, ///< the card waits for its client, see VirtualSoundCard
     };
 
-    std::string record; ///< WAV file of everything played; none when empty
-    std::string events; ///< text file of events; none when empty
+    std::string record; ///< WAV file of everything played; none if empty
+    std::string events; ///< text file of events; none if empty
     double speed = 1.0; ///< how many times faster than real time the card plays
     bool canPause = true;
     Refuse refuse = Refuse::Nothing;
     Starve starve = Starve::Xrun;
-    std::int64_t vanishAfter = -1; ///< frames until the card is gone; never when negative
-    std::int64_t stallAfter = -1;  ///< frames until the card stands still; never when negative
+    std::int64_t vanishAfter = -1; ///< frames until the card vanishes; never if negative
+    std::int64_t stallAfter = -1;  ///< frames until the card stalls; never if negative
 };
 
 /// Reads the settings of a card.

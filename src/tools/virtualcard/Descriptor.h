@@ -10,7 +10,7 @@ class Descriptor
 {
 public:
     Descriptor() = default;
-    /// Takes the descriptor over; a negative one means none.
+    /// Takes ownership of the descriptor; a negative one means none.
     explicit Descriptor(int descriptor) : fd(descriptor) {}
     Descriptor(Descriptor&& other) noexcept : fd(std::exchange(other.fd, -1)) {}
     Descriptor& operator=(Descriptor&& other) noexcept

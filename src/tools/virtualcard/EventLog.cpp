@@ -34,7 +34,7 @@ void EventLog::add(Nanoseconds when, const char* event, const std::string& detai
         line += ' ' + details;
     }
     line += '\n';
-    // A card plays on when its disk is full.
+    // A card continues to play if the disk is full.
     [[maybe_unused]] const ssize_t written = ::write(file.get(), line.data(), line.size());
 }
 

@@ -21,7 +21,7 @@ namespace {
 std::mutex waitingMutex;
 std::set<long> waitingThreads; ///< guarded by waitingMutex
 
-/// When all others slept for the last time. With many cards one look serves them all.
+/// When all others were blocked for the last time. All cards share one check.
 std::atomic<Nanoseconds> lastAsleep{0};
 
 struct CloseDirectory
@@ -53,7 +53,7 @@ static bool isWaitingForCard(long thread)
     return waitingThreads.count(thread) > 0;
 }
 
-/// The beginning of a small file of /proc; empty when it cannot be read.
+/// Returns the beginning of a small file of /proc; empty if it cannot be read.
 static std::string readStart(const std::string& path)
 {
     const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
@@ -62,10 +62,10 @@ static std::string readStart(const std::string& path)
     return size > 0 ? std::string(bytes.data(), static_cast<std::size_t>(size)) : std::string();
 }
 
-/// Whether a thread has something to do: it runs, could run, or waits for a disk.
+/// Whether a thread is not blocked: it runs, is runnable, or waits for a disk.
 static bool isAwake(const std::string& stat)
 {
-    // The state stands behind the name, which is in parentheses and may hold some itself.
+    // The state follows the name, which is in parentheses and may contain parentheses itself.
     const std::size_t name = stat.rfind(')');
     if (name == std::string::npos || name + 2 >= stat.size()) {
         return true;
@@ -74,7 +74,7 @@ static bool isAwake(const std::string& stat)
     return state == 'R' || state == 'D';
 }
 
-/// How often a thread has been given a processor; 0 when the kernel does not count.
+/// Returns how often a thread was scheduled; 0 if the kernel does not count.
 static unsigned long long turns(const std::string& schedstat)
 {
     const std::size_t last = schedstat.rfind(' ');
@@ -83,7 +83,8 @@ static unsigned long long turns(const std::string& schedstat)
 
 static bool allAsleep(const std::string& process, unsigned long long& sumOfTurns);
 
-/// Whether a thread and the processes that it has started sleep. Adds their turns to the sum.
+/// Whether a thread and the processes that it started are blocked. Adds the number of times they
+/// were scheduled to the sum.
 static bool isAsleep(const std::string& folder, unsigned long long& sumOfTurns)
 {
     if (isAwake(readStart(folder + "/stat"))) {
@@ -107,7 +108,7 @@ static bool allAsleep(const std::string& process, unsigned long long& sumOfTurns
     if (!threads) {
         return errno == ENOENT;
     }
-    // Only this function holds the directory stream.
+    // Only this function uses the directory stream.
     while (const dirent* entry = ::readdir(threads.get())) { // NOLINT(concurrency-mt-unsafe)
         const std::string thread = entry->d_name;
         if (thread.front() != '.' && !isWaitingForCard(std::strtol(thread.c_str(), nullptr, 10)) &&
@@ -120,8 +121,8 @@ static bool allAsleep(const std::string& process, unsigned long long& sumOfTurns
 
 static bool othersAreAsleep()
 {
-    // A thread that was looked at already may have been woken by one that slept when its own turn
-    // to be looked at came. Twice asleep without a turn in between is asleep.
+    // A thread may have been woken after its check, by one that was blocked only at its own, later
+    // check. Two checks with the same result and no scheduling in between are conclusive.
     unsigned long long first = 0;
     unsigned long long second = 0;
     return allAsleep("self", first) && allAsleep("self", second) && first == second;

@@ -3,14 +3,14 @@
 
 #include "EventLog.h"
 
-/// Says whether the calling thread has nothing to do but to wait for a card. It keeps what was said
-/// last; a thread that never said anything is not waiting.
+/// Records whether the calling thread only waits for a card. A thread that never calls this is not
+/// waiting.
 void setWaitingForCard(bool isWaiting);
 
-/// Whether, at some time since `since`, nothing more would have happened until time passed: every
-/// thread of this process that was not waiting for a card slept, and so did every process that this
-/// one has started, for a player may get its sound from such a process. When in doubt, they were
-/// awake. Looks now unless somebody has looked since.
+/// True if at some point after `since` every other thread was blocked: every thread of this process
+/// that was not waiting for a card, and every process that this one started, because a player may
+/// receive its sound from such a process. False in case of doubt. Checks now unless another call
+/// has checked since `since`.
 bool othersWereAsleep(Nanoseconds since);
 
 #endif

@@ -1,4 +1,4 @@
-// What ALSA looks for when it has loaded the plug-in.
+// The entry points that ALSA looks up in the plug-in.
 #include "CardSettings.h"
 #include "VirtualSoundCard.h"
 
@@ -19,7 +19,7 @@ static int openCard(snd_pcm_t** pcm, const char* name, const snd_config_t* confi
     error = card->open(name, stream, mode);
     if (error == 0) {
         *pcm = card->pcm();
-        // From here on ALSA owns the card and deletes it through its close function.
+        // From now on ALSA owns the card and deletes it through its close function.
         [[maybe_unused]] const VirtualSoundCard* owned = card.release();
     }
     return error;
@@ -32,7 +32,7 @@ extern "C" {
 /// Opens a PCM of the type `virtualcard`.
 SND_PCM_PLUGIN_DEFINE_FUNC(virtualcard)
 {
-    // No exception may leave for ALSA, which is C.
+    // ALSA is C: no exception may reach it.
     try {
         static_cast<void>(root);
         return openCard(pcmp, name, conf, stream, mode);

@@ -21,14 +21,14 @@ constexpr Nanoseconds millisecond = 1000000;
 constexpr Nanoseconds second = 1000 * millisecond;
 constexpr Nanoseconds never = std::numeric_limits<Nanoseconds>::max();
 
-/// How soon to look again whether a busy client has come to rest.
+/// The interval of checks whether a busy client is blocked.
 constexpr Nanoseconds busyRetry = millisecond / 5;
-/// After this time a client counts as one that never rests, and the card goes on by one period.
+/// After this time of a busy client, the card advances by one period.
 constexpr Nanoseconds busyPatience = 500 * millisecond;
-/// A client that has not polled for this long is one that does not poll at all.
+/// A client that has not polled for this long is assumed not to poll at all.
 constexpr Nanoseconds pollPatience = 50 * millisecond;
 
-/// How long the drain of a card that stands still takes to fail, in milliseconds.
+/// The time after which draining a stalled card fails, in milliseconds.
 constexpr int stalledDrain = 10000;
 
 constexpr unsigned maxChannels = 8;
@@ -38,7 +38,7 @@ VirtualSoundCard& cardOf(snd_pcm_ioplug_t* io)
     return *static_cast<VirtualSoundCard*>(io->private_data);
 }
 
-/// What ALSA calls. Each entry only forwards.
+/// The callbacks for ALSA. Each one forwards to the card.
 snd_pcm_ioplug_callback_t makeCallbacks(bool canPause)
 {
     snd_pcm_ioplug_callback_t table{};
@@ -57,7 +57,7 @@ snd_pcm_ioplug_callback_t makeCallbacks(bool canPause)
     };
     table.prepare = [](snd_pcm_ioplug_t* io) { return cardOf(io).prepare(); };
     table.drain = [](snd_pcm_ioplug_t* io) { return cardOf(io).drain(); };
-    // ALSA says that a card can pause exactly when there is such a function.
+    // ALSA reports that a card can pause if and only if it has this callback.
     if (canPause) {
         table.pause = [](snd_pcm_ioplug_t* io, int enable) {
             return cardOf(io).pause(enable != 0);
@@ -83,13 +83,13 @@ const snd_pcm_ioplug_callback_t* callbacks(bool canPause)
     return canPause ? &withPause : &withoutPause;
 }
 
-/// The format as it lies in the file.
+/// The format of the file.
 WavLayout wavLayout(const snd_pcm_ioplug_t& io)
 {
     WavLayout layout;
     layout.rate = io.rate;
     layout.channels = io.channels;
-    // The fourth byte of S24_LE carries nothing.
+    // The fourth byte of S24_LE is padding.
     layout.sampleSize = static_cast<unsigned>(snd_pcm_format_width(io.format)) / 8;
     layout.isFloat = snd_pcm_format_float(io.format) == 1;
     return layout;
@@ -123,7 +123,7 @@ int VirtualSoundCard::open(const char* name, snd_pcm_stream_t stream, int mode)
         SNDERR("virtualcard: %s: %s", settings.events.c_str(), std::strerror(-error));
         return error;
     }
-    // An unplugged card stays unplugged, also for other processes: its own events say so.
+    // An unplugged card stays unplugged for all processes, as its event file records.
     if (settings.vanishAfter >= 0 && events.contains("vanished")) {
         return -ENODEV;
     }
@@ -141,7 +141,8 @@ int VirtualSoundCard::open(const char* name, snd_pcm_stream_t stream, int mode)
     return error;
 }
 
-/// Like hardware, a card serves one client at a time. The files would be a muddle otherwise.
+/// Like hardware, a card serves one client at a time. Otherwise the clients' output would be mixed
+/// up in the files.
 int VirtualSoundCard::takeExclusively()
 {
     const std::string& path = settings.events.empty() ? settings.record : settings.events;
@@ -169,7 +170,7 @@ int VirtualSoundCard::createPcm(const char* name, snd_pcm_stream_t stream, int m
     io.poll_fd = timer.get();
     io.poll_events = POLLIN;
     io.mmap_rw = 1;
-    // ALSA tells of a later change, not of how the card was opened.
+    // ALSA reports later changes only, not the mode of the opening.
     io.nonblock = (mode & SND_PCM_NONBLOCK) != 0 ? 1 : 0;
     io.callback = callbacks(settings.canPause);
     io.private_data = this;
@@ -207,7 +208,7 @@ int VirtualSoundCard::setConstraints()
         unsigned min;
         unsigned max;
     };
-    // ALSA knows limits of a plug-in's buffer in bytes only. The largest buffer holds a third of a
+    // ALSA limits a plug-in's buffer in bytes only. The largest buffer holds a third of a
     // second in the widest format and about eleven seconds in the most common one.
     static const std::array<Range, 5> ranges = {{
         {SND_PCM_IOPLUG_HW_CHANNELS, 1, maxChannels},
@@ -239,8 +240,8 @@ int VirtualSoundCard::hwParams()
         return -ENODEV;
     }
     const Nanoseconds now = monotonicNow();
-    // Only now, when it is to be set: GStreamer's sink does not stand a card that lists no format
-    // or rate it knows.
+    // Refuse only now, when the format is set: GStreamer's sink fails differently on a card that
+    // lists no known format or rate.
     if (settings.refuse == CardSettings::Refuse::Format ||
         settings.refuse == CardSettings::Refuse::Rate) {
         events.add(now, "refused",
@@ -268,8 +269,8 @@ int VirtualSoundCard::swParams(snd_pcm_sw_params_t* params)
     return 0;
 }
 
-/// One of ALSA's position by number of channels, in the order of WAV files: what a player reads
-/// from such a file goes through unchanged.
+/// ALSA's channel positions by number of channels, in the order of WAV files, so that samples from
+/// such a file pass through unchanged.
 snd_pcm_chmap_t* VirtualSoundCard::channelMap() const
 {
     static const std::array<std::array<unsigned, maxChannels>, maxChannels> maps = {{
@@ -288,7 +289,7 @@ snd_pcm_chmap_t* VirtualSoundCard::channelMap() const
     if (channels < 1 || channels > maxChannels) {
         return nullptr;
     }
-    // The caller gives it back with free().
+    // The caller releases it with free().
     auto* map = static_cast<snd_pcm_chmap_t*>(
         std::malloc(sizeof(snd_pcm_chmap_t) + channels * sizeof(unsigned)));
     if (map) {
@@ -356,7 +357,7 @@ int VirtualSoundCard::pause(bool enable)
     }
     const Nanoseconds now = monotonicNow();
     if (enable) {
-        // What was due until now is played at the next look, and not a frame more.
+        // The frames due until now are played by the next call, and no others.
         const auto available = static_cast<std::int64_t>(queued());
         pausedAt = std::min(clock.framesAt(now), played + available);
     } else {
@@ -375,7 +376,7 @@ int VirtualSoundCard::drain()
         if (gone) {
             return -ENODEV;
         }
-        // ALSA leaves it to us to start a stream that was too short to start by itself.
+        // ALSA does not start a stream that was too short to start by itself.
         const Nanoseconds now = monotonicNow();
         events.add(now, "drain");
         if (!started) {
@@ -388,7 +389,7 @@ int VirtualSoundCard::drain()
 int VirtualSoundCard::waitForEnd()
 {
     for (;;) {
-        // The state changes in here, when the last frame has been played.
+        // This call changes the state when the last frame has been played.
         snd_pcm_avail_update(io.pcm);
         {
             const std::lock_guard<std::mutex> guard(mutex);
@@ -409,7 +410,7 @@ int VirtualSoundCard::waitForEnd()
 
 // ---- Playing ----------------------------------------------------------------------------------
 
-/// The frames in the buffer that have not been played.
+/// Returns the frames in the buffer that have not been played.
 snd_pcm_uframes_t VirtualSoundCard::queued() const
 {
     return boundary == 0 ? 0 : (io.appl_ptr + boundary - io.hw_ptr) % boundary;
@@ -420,7 +421,7 @@ std::int64_t VirtualSoundCard::clockFrames(Nanoseconds now) const
     return paused ? pausedAt : clock.framesAt(now);
 }
 
-/// The frames whose time has come, whether they are there or not.
+/// Returns the number of frames that are due, whether they were written or not.
 std::int64_t VirtualSoundCard::due(Nanoseconds now) const
 {
     std::int64_t frames = clockFrames(now) - played;
@@ -436,7 +437,7 @@ std::int64_t VirtualSoundCard::due(Nanoseconds now) const
     return std::max<std::int64_t>(frames, 0);
 }
 
-/// Plays what is due. ALSA's position is still the one before when this returns.
+/// Plays the frames that are due. ALSA's position is not updated yet when this returns.
 /// @return the number of frames
 snd_pcm_uframes_t VirtualSoundCard::catchUp(Nanoseconds now)
 {
@@ -505,12 +506,12 @@ int VirtualSoundCard::delay(snd_pcm_sframes_t& frames)
 
 bool VirtualSoundCard::waitsForClient() const
 {
-    // After a drain has begun the client has no more to give.
+    // After the beginning of a drain the client writes no more.
     return settings.starve == CardSettings::Starve::Wait && io.state != SND_PCM_STATE_DRAINING;
 }
 
-/// Lets the card play one more period. A clock that ran on meanwhile keeps its time unless it is
-/// more than that period ahead.
+/// Allows the card to play one more period. A clock that ran on meanwhile keeps its time unless it
+/// is more than that period ahead.
 void VirtualSoundCard::allowNextPeriod(Nanoseconds now)
 {
     allowed = played + static_cast<std::int64_t>(io.period_size);
@@ -520,7 +521,7 @@ void VirtualSoundCard::allowNextPeriod(Nanoseconds now)
     }
 }
 
-/// A client that never polls has no moment at which it can be seen to wait: it is not waited for.
+/// A client that never polls cannot be observed to wait. The card does not wait for it.
 void VirtualSoundCard::allowWithoutPolling(Nanoseconds now)
 {
     if (waitsForClient() && played == allowed && now - polledAt > pollPatience) {
@@ -528,10 +529,10 @@ void VirtualSoundCard::allowWithoutPolling(Nanoseconds now)
     }
 }
 
-/// Called by a thread of the client that waits for room: if all others rest, too, the card goes on.
+/// Called by a client thread that waits for room: if all others are blocked, the card advances.
 void VirtualSoundCard::lookAfterClient()
 {
-    // No lock is held while the threads are looked at: one that waits for it would seem to rest.
+    // Check the threads without a lock: a thread that waits for the lock would seem blocked.
     const Nanoseconds since = restingSince();
     const bool resting = since != never && othersWereAsleep(since);
     const std::lock_guard<std::mutex> guard(mutex);
@@ -548,7 +549,7 @@ void VirtualSoundCard::lookAfterClient()
     }
 }
 
-/// When the card had played all that it may play, or `never` if it has not.
+/// Returns when the card had played all frames that it is allowed to play, or `never`.
 Nanoseconds VirtualSoundCard::restingSince()
 {
     const std::lock_guard<std::mutex> guard(mutex);
@@ -603,13 +604,13 @@ bool VirtualSoundCard::hasRoom() const
     return queued() + availMin <= io.buffer_size;
 }
 
-/// Sets the timer behind the poll descriptor to when the client has a reason to look.
+/// Sets the timer of the poll descriptor to the next time at which the client has something to do.
 void VirtualSoundCard::armTimer()
 {
     const Nanoseconds when = wakeTime();
     itimerspec setting{};
     if (when != never) {
-        // A time that has passed expires at once; only zero would switch the timer off.
+        // A time in the past expires at once; only zero would disable the timer.
         const Nanoseconds time = std::max<Nanoseconds>(when, 1);
         setting.it_value = {static_cast<time_t>(time / second), static_cast<long>(time % second)};
     }
@@ -635,8 +636,8 @@ Nanoseconds VirtualSoundCard::wakeTime() const
     return timeOfChange();
 }
 
-/// When the buffer of a running stream has room or has been played, or the card has to look after
-/// its client.
+/// Returns when the buffer of a running stream has room or has been played, or when the card has to
+/// check its client.
 Nanoseconds VirtualSoundCard::timeOfChange() const
 {
     const auto left = static_cast<std::int64_t>(queued());
@@ -663,7 +664,7 @@ Nanoseconds VirtualSoundCard::timeOfChange() const
 
 // ---- Recording --------------------------------------------------------------------------------
 
-/// Records frames that stand in the ring buffer from ALSA's `position` on.
+/// Records frames of the ring buffer, beginning at ALSA's `position`.
 void VirtualSoundCard::record(snd_pcm_uframes_t position, snd_pcm_uframes_t frames)
 {
     const std::size_t frameSize = wavLayout(io).frameSize();
@@ -680,8 +681,8 @@ void VirtualSoundCard::record(snd_pcm_uframes_t position, snd_pcm_uframes_t fram
     }
 }
 
-/// A run of frames interleaved and without the empty bytes of S24_LE: the ring buffer itself where
-/// it is like that, a copy otherwise.
+/// Returns frames interleaved and without the padding bytes of S24_LE: the ring buffer itself if it
+/// has this layout, otherwise a copy.
 const char* VirtualSoundCard::inFileOrder(snd_pcm_uframes_t offset, snd_pcm_uframes_t frames)
 {
     const snd_pcm_channel_area_t* areas = snd_pcm_ioplug_mmap_areas(&io);

@@ -14,21 +14,21 @@
 #include <mutex>
 #include <vector>
 
-/// One opened card. ALSA keeps the ring buffer and the state of the stream; the card plays what is
+/// One opened card. ALSA owns the ring buffer and the state of the stream; the card plays what is
 /// in the buffer.
 ///
-/// The card has no thread. Every call of the client first lets the card catch up with its clock:
-/// all frames whose time has come since the last call are recorded, and nothing else is. So a frame
-/// that was dropped before its time is in no file, and a frame whose time had come is, to the
-/// sample, however late the client calls. A timer wakes clients that wait for room.
+/// The card has no thread. Every call of the client first advances the card to the time of its
+/// clock: it records exactly the frames that became due since the last call. A frame that is
+/// dropped before it is due is in no file, and a frame that is due is recorded, however late the
+/// client calls. A timer wakes clients that wait for room.
 ///
-/// When the card is told to wait for its client (CardSettings::Starve::Wait), its clock stands
-/// while the buffer is empty, and it only goes on by one period after another, each time when no
-/// other thread of the client has anything left to do. A client that is slow, on a busy machine or
-/// under a memory checker, then plays slower, and not with gaps: many players fill gaps with
-/// silence themselves, which no card can tell from sound.
+/// With CardSettings::Starve::Wait, the clock is suspended while the buffer is empty, and advances
+/// by one period at a time, when no other thread of the client is runnable. A slow client, on a
+/// busy machine or under a memory checker, then plays slower instead of with gaps. Many players
+/// fill gaps with silence, which a card cannot distinguish from sound.
 ///
-/// Threads: any. ALSA holds a lock of its own around most calls, but not around the poll functions.
+/// Thread safety: any thread. ALSA holds its own lock around most calls, but not around the poll
+/// functions.
 class VirtualSoundCard
 {
 public:
@@ -39,11 +39,11 @@ public:
 
     /// Opens the files and the ALSA side.
     /// @param mode  of snd_pcm_open
-    /// @return 0, after which ALSA closes the card, or a negative errno, after which it does not
+    /// @return 0: ALSA will close the card; or a negative errno: it will not
     int open(const char* name, snd_pcm_stream_t stream, int mode);
     snd_pcm_t* pcm() const { return io.pcm; }
 
-    // What ALSA asks of a plug-in; see snd_pcm_ioplug_callback. All return 0 or more, or a negative
+    // The callbacks of a plug-in; see snd_pcm_ioplug_callback. They return 0 or more, or a negative
     // errno.
     int start();
     int stop();
@@ -90,30 +90,30 @@ private:
     const CardSettings settings;
     snd_pcm_ioplug_t io{};
 
-    /// Guards everything below. ALSA's own lock is always taken first, so nothing that takes ALSA's
-    /// lock may be called while this one is held.
+    /// Protects all members below. ALSA's own lock is always taken first: call nothing that takes
+    /// ALSA's lock while this one is held.
     std::mutex mutex;
-    Descriptor lock; ///< holds the card for this opening alone
+    Descriptor lock; ///< ensures that the card is opened once
     Descriptor timer;
     EventLog events;
     WavRecord wav;
     CardClock clock;
-    std::vector<char> packed; ///< one run of frames as they lie in the file
+    std::vector<char> packed; ///< consecutive frames in the layout of the file
 
     snd_pcm_uframes_t availMin = 1;
-    snd_pcm_uframes_t boundary = 0; ///< where ALSA's positions start again at 0
+    snd_pcm_uframes_t boundary = 0; ///< where ALSA's positions wrap to 0
     bool started = false;           ///< between start and stop, also while paused
     bool paused = false;
     bool gone = false;         ///< the card has vanished
     bool writeFailed = false;  ///< the record could not be written
     std::int64_t played = 0;   ///< frames since the last start
     std::int64_t total = 0;    ///< frames since the card was opened
-    std::int64_t pausedAt = 0; ///< what the clock showed when the pause began
+    std::int64_t pausedAt = 0; ///< the clock when the pause began
 
-    // Only used when the card waits for its client.
-    std::int64_t allowed = 0;  ///< how far `played` may go
-    Nanoseconds polledAt = 0;  ///< when the client last looked whether it may write
-    Nanoseconds busySince = 0; ///< since when the client was busy at each look, or 0
+    // Used only if the card waits for its client.
+    std::int64_t allowed = 0;  ///< the limit of `played`
+    Nanoseconds polledAt = 0;  ///< when the client last polled
+    Nanoseconds busySince = 0; ///< since when every check found the client busy, or 0
 };
 
 #endif

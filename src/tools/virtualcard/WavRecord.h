@@ -7,9 +7,9 @@
 #include <cstddef>
 #include <string>
 
-/// The WAV file that a card plays into. What is there is never lost: the same layout appends,
-/// another one goes to a file beside it ("name-2.wav", "name-3.wav", …). The samples are in the
-/// file as soon as they are played; its header tells their size after each finish().
+/// The WAV file that a card records to. Existing content is preserved: the same layout is appended,
+/// another one goes to a further file ("name-2.wav", "name-3.wav", …). The file contains samples as
+/// soon as they are played; its header states their size after each finish().
 class WavRecord
 {
 public:
@@ -18,15 +18,15 @@ public:
     WavRecord(const WavRecord&) = delete;
     WavRecord& operator=(const WavRecord&) = delete;
 
-    /// Opens the file or the first one beside it that has this layout or does not exist.
+    /// Opens the file, or the first of the further files that has this layout or does not exist.
     /// @return 0 or a negative errno
     int open(const std::string& path, const WavLayout& layout);
 
-    /// Adds samples to the file that is open.
+    /// Appends samples to the open file.
     /// @return 0 or a negative errno
     int append(const char* samples, std::size_t size);
 
-    /// Makes the header right for all that has been added. More may be added afterwards.
+    /// Updates the header with the size of all samples. More may be appended afterwards.
     void finish();
 
 private:

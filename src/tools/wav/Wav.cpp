@@ -21,15 +21,15 @@ static void append(std::string& bytes, std::uint64_t value, std::size_t size)
     }
 }
 
-/// The loudspeakers of one to eight channels as WAV files have them; 0 leaves them open.
+/// The loudspeaker masks of WAV files for one to eight channels; 0 leaves them unspecified.
 static unsigned speakers(unsigned channels)
 {
     constexpr std::array<unsigned, 9> masks = {0, 0x4, 0x3, 0x7, 0x33, 0x37, 0x3F, 0x70F, 0x63F};
     return channels < masks.size() ? masks[channels] : 0;
 }
 
-/// A plain header does not say where the loudspeakers of more than two channels are. The extension
-/// is left out elsewhere: GStreamer's sink fails an assertion for mono with a position.
+/// A plain header does not specify the loudspeakers of more than two channels. Other files omit the
+/// extension: GStreamer's sink fails an assertion for mono with a position.
 static bool needsExtension(const WavLayout& layout)
 {
     return layout.channels > 2;
@@ -65,7 +65,7 @@ static std::string formatChunk(const WavLayout& layout)
 
 std::string wavHeader(const WavLayout& layout, std::uint64_t dataSize)
 {
-    // A size that does not fit says "very long", which readers take as "until the end".
+    // For a size that does not fit, readers interpret the largest value as "until the end".
     constexpr std::uint64_t largest = std::numeric_limits<std::uint32_t>::max();
     const std::string format = formatChunk(layout);
     const std::uint64_t padding = dataSize % 2;
@@ -101,7 +101,7 @@ static std::uint64_t numberAt(const std::string& bytes, std::size_t offset, std:
     return number;
 }
 
-/// The layout that a format chunk describes. @param at  position of the chunk's content
+/// Returns the layout that a format chunk describes. @param at  position of the chunk's content
 static WavLayout readLayout(const std::string& bytes, std::size_t at, std::size_t size)
 {
     constexpr std::size_t extendedTagAt = 24;
@@ -114,7 +114,8 @@ static WavLayout readLayout(const std::string& bytes, std::size_t at, std::size_
             static_cast<unsigned>(numberAt(bytes, at + 14, 2) / 8), tag == floatTag};
 }
 
-/// The bytes of whole frames behind the header. A padding byte follows an odd number of bytes.
+/// Returns the bytes of whole frames after the header. A padding byte follows an odd number of
+/// bytes.
 static std::uint64_t framesThere(std::uint64_t there, std::uint64_t stated, unsigned frameSize)
 {
     there -= frameSize > 0 ? there % frameSize : 0;

@@ -20,29 +20,29 @@ struct WavLayout
     unsigned frameSize() const { return channels * sampleSize; }
 };
 
-/// Returns the whole header of a WAV file, up to the first sample.
+/// Returns the header of a WAV file, up to the first sample.
 /// @param dataSize  bytes of all samples
 std::string wavHeader(const WavLayout& layout, std::uint64_t dataSize);
 
-/// Whether two headers differ in nothing but the size of the data.
+/// Whether two headers are equal except for the size of the data.
 bool isSameWav(const std::string& header, const std::string& other);
 
-/// What is in the bytes of a WAV file.
+/// The content of a WAV file.
 struct WavContent
 {
     WavLayout layout;
     std::size_t headerSize = 0; ///< position of the first sample, in bytes
-    std::uint64_t dataSize = 0; ///< bytes of the whole frames that are there
+    std::uint64_t dataSize = 0; ///< bytes of the whole frames in the file
 };
 
-/// Reads a header as wavHeader() writes it.
+/// Reads a header in the form that wavHeader() writes.
 /// @param bytes     the beginning of the file, at least its header
-/// @param fileSize  bytes of the whole file. It decides over the size of the data: a file that is
-///                  still written, or whose writer was killed, has an outdated header
-/// @return the content; nothing when the bytes are no such header
+/// @param fileSize  bytes of the whole file. It determines the size of the data, because the header
+///                  is outdated while the file is written or after its writer was killed
+/// @return the content; none if the bytes are not such a header
 std::optional<WavContent> readWav(const std::string& bytes, std::uint64_t fileSize);
 
-/// The size of the header that wavHeader() writes is at most this.
+/// The largest size of a header that wavHeader() writes.
 constexpr std::size_t largestWavHeader = 68;
 
 #endif
