@@ -72,7 +72,7 @@ def manual_page(match):
     page = subprocess.run(command, check=True, capture_output=True, text=True).stdout
     body = page[page.index("<section") : page.rindex("</section>") + len("</section>")]
     body = re.sub(r"<a class=\"permalink\"[^>]*>(.*?)</a>", r"\1", body, flags=re.DOTALL)
-    body = re.sub(r"(</?)h1", r"\1h2", body)
+    body = re.sub(r"(</?h)([12])", lambda tag: tag[1] + str(int(tag[2]) + 1), body)
     return f"```{{raw}} html\n{body}\n```"
 
 

@@ -22,7 +22,7 @@ QStringList MarkdownPage::links() const
     static const QRegularExpression comment("<!--.*-->");
     static const QRegularExpression link("\\]\\(([^)\\s]+)\\)");
     QStringList found;
-    // A link's text may go over the end of a line.
+    // The text of a link may contain a line break.
     QString text = lines.join('\n');
     text.remove(comment).remove(code);
     for (auto matches = link.globalMatch(text); matches.hasNext();) {
@@ -41,7 +41,7 @@ QStringList MarkdownPage::anchors() const
         const QRegularExpressionMatch match = heading.match(line);
         if (match.hasMatch()) {
             const QString anchor = match.captured(1).toLower().remove(dropped).replace(' ', '-');
-            // The second heading of a name gets a number, as do all further ones.
+            // Repeated headings get a number.
             QString unique = anchor;
             for (int i = 1; found.contains(unique); ++i) {
                 unique = anchor + '-' + QString::number(i);

@@ -4,15 +4,15 @@
 #include <QtCore/QString>
 #include <QtCore/QStringList>
 
-/// What other pages may refer to in a Markdown file, and what it refers to. Code does not count.
+/// The links and the anchors of a Markdown file, without those in code blocks.
 class MarkdownPage
 {
 public:
     explicit MarkdownPage(const QString& path);
 
-    /// The targets of all links, as they are written.
+    /// Returns the targets of all links, unchanged.
     QStringList links() const;
-    /// The anchors that repository viewers give to the headings.
+    /// Returns the anchors that repository viewers assign to the headings.
     QStringList anchors() const;
 
 private:

@@ -1,8 +1,8 @@
-# The C++ that a page shows must compile, so that it cannot rot.
+# Compiles the C++ code of the pages.
 
 # kova_compile_page(PAGE LIBRARIES library…)
-#   Each block of C++ in PAGE, a path in the tree, becomes a target page_NAME_NUMBER: a program if it
-#   has a main(), objects otherwise. A page without any fails.
+#   Makes a target page_NAME_NUMBER of each C++ block in PAGE, a path in the tree: a program if the block
+#   contains main(), otherwise objects. A page without such a block is an error.
 function(kova_compile_page page)
     cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "LIBRARIES")
     set(file ${PROJECT_SOURCE_DIR}/${page})
@@ -22,15 +22,15 @@ function(kova_compile_page page)
         string(FIND "${rest}" "```cpp\n" begin)
     endwhile()
     if(number EQUAL 0)
-        message(FATAL_ERROR "${page} has lost its code")
+        message(FATAL_ERROR "${page} contains no C++ block")
     endif()
 endfunction()
 
 function(_kova_compile_block target block)
     set(folder ${CMAKE_CURRENT_BINARY_DIR}/${target})
-    # A test has the name that it includes its meta-objects by.
+    # A test includes example.moc.
     set(source ${folder}/example.cpp)
-    # Written only when it has changed.
+    # Writes the file only if it has changed.
     file(CONFIGURE OUTPUT ${source} CONTENT "${block}" @ONLY)
     if(block MATCHES "int main\\(")
         add_executable(${target} ${source})

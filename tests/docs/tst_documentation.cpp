@@ -7,22 +7,22 @@
 #include <QtCore/QDirIterator>
 #include <QtTest/QtTest>
 
-/// The Markdown pages of the tree against each other and against the source.
+/// Compares the Markdown pages with each other and with the source code.
 class TestDocumentation : public QObject
 {
     Q_OBJECT
 
 private Q_SLOTS:
-    void linksLeadSomewhere_data();
-    void linksLeadSomewhere();
+    void linksHaveTargets_data();
+    void linksHaveTargets();
     void indexNamesEveryPage();
-    void logReferenceKnowsEveryLineOfTheSource();
-    void logReferenceInventsNoLine();
+    void everyLogLineIsDocumented();
+    void everyDocumentedLineExists();
 };
 
 static const QString tree = QStringLiteral(KOVA_SOURCE_DIR);
 
-/// All Markdown files of the tree, without those of build folders and hidden ones.
+/// Returns all Markdown files of the tree except those in build folders and hidden folders.
 static QStringList pagesOfTree()
 {
     QStringList pages;
@@ -42,7 +42,7 @@ static QStringList pagesOfTree()
     return pages;
 }
 
-void TestDocumentation::linksLeadSomewhere_data()
+void TestDocumentation::linksHaveTargets_data()
 {
     QTest::addColumn<QString>("page");
     for (const QString& page : pagesOfTree()) {
@@ -50,7 +50,7 @@ void TestDocumentation::linksLeadSomewhere_data()
     }
 }
 
-void TestDocumentation::linksLeadSomewhere()
+void TestDocumentation::linksHaveTargets()
 {
     QFETCH(QString, page);
     QStringList broken;
@@ -77,11 +77,11 @@ void TestDocumentation::indexNamesEveryPage()
     }
 }
 
-void TestDocumentation::logReferenceKnowsEveryLineOfTheSource()
+void TestDocumentation::everyLogLineIsDocumented()
 {
     const QVector<LogLine> documented = linesOfPage(tree + "/docs/log-reference.md");
     const QVector<LogLine> written = linesOfSource(tree + "/src");
-    // A parser that has gone blind would find everything in order.
+    // A parser that finds nothing must not pass.
     QVERIFY2(written.size() > 80, qPrintable(QString::number(written.size())));
     for (const LogLine& line : written) {
         const bool known = std::any_of(documented.begin(), documented.end(),
@@ -90,7 +90,7 @@ void TestDocumentation::logReferenceKnowsEveryLineOfTheSource()
     }
 }
 
-void TestDocumentation::logReferenceInventsNoLine()
+void TestDocumentation::everyDocumentedLineExists()
 {
     const QVector<LogLine> written = linesOfSource(tree + "/src");
     for (const LogLine& row : linesOfPage(tree + "/docs/log-reference.md")) {
