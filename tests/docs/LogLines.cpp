@@ -16,8 +16,8 @@ QString readSource(const QString& path)
     return QString::fromUtf8(media::readFile(path));
 }
 
-/// The arguments of a call.
-/// @param begin  the position behind the opening parenthesis
+/// Returns the arguments of a call.
+/// @param begin  the position after the opening parenthesis
 QStringList argumentsAt(const QString& source, int begin)
 {
     QStringList arguments = {QString()};
@@ -45,7 +45,7 @@ QStringList argumentsAt(const QString& source, int begin)
     return arguments;
 }
 
-/// The expression that matches what the arguments give when they are put together.
+/// Returns the expression that matches the concatenation of the arguments.
 QString patternOf(const QStringList& arguments)
 {
     static const QRegularExpression literal("^\"(.*)\"$");
@@ -57,7 +57,8 @@ QString patternOf(const QStringList& arguments)
     return pattern;
 }
 
-/// The qualified name of the function that `position` stands in: definitions begin at the margin.
+/// Returns the qualified name of the function that contains `position`. Definitions begin in the
+/// first column.
 QString functionAt(const QString& source, int position)
 {
     static const QRegularExpression definition("^(?:[\\w:<>]+[*&]* )*((?:\\w+::)?~?\\w+)\\(",
@@ -69,7 +70,7 @@ QString functionAt(const QString& source, int position)
     return name;
 }
 
-/// Lines that are written by the macros of the library.
+/// Returns the lines that the macros of the library log.
 QVector<LogLine> macroLines(const QString& source)
 {
     static const QRegularExpression macro("\\bLOG_(LINE|ENTER|LEAVE)\\(");
@@ -85,7 +86,7 @@ QVector<LogLine> macroLines(const QString& source)
                                               functionAt(source, match.capturedStart()) + ": ") +
                    text;
         }
-        // A line of nothing but values has its fixed text elsewhere, see below.
+        // A line without literals has its fixed text elsewhere, see below.
         if (text != anyValue + anyValue) {
             lines << LogLine{level, text};
         }
@@ -93,7 +94,7 @@ QVector<LogLine> macroLines(const QString& source)
     return lines;
 }
 
-/// The texts that the engines hand to linkDecodedPad() for its warning.
+/// Returns the texts that the engines pass to linkDecodedPad() for its warning.
 QVector<LogLine> skipLines(const QString& source)
 {
     static const QRegularExpression call("\\blinkDecodedPad\\((?=pad,)");
@@ -105,7 +106,7 @@ QVector<LogLine> skipLines(const QString& source)
     return lines;
 }
 
-/// What the named pipe writes: all its lines have one form.
+/// Returns the lines of the named pipe, which all have one form.
 QVector<LogLine> pipeLines(const QString& source)
 {
     static const QRegularExpression failure("\"(Failed to [^\"]+)\"");

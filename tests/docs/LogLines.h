@@ -4,23 +4,23 @@
 #include <QtCore/QString>
 #include <QtCore/QVector>
 
-/// A line of the log, in the source or on the page.
+/// A log line, in the source code or on the page.
 struct LogLine
 {
     QString level;
-    /// On the page the text as it stands there; in the source a regular expression, in which the
-    /// fixed texts stand for themselves and each value for any text.
+    /// On the page the text itself; in the source code a regular expression that consists of the
+    /// fixed texts, with any text for each value.
     QString text;
 
-    /// Whether this line of the source writes that line of the page.
+    /// Whether this line of the source code logs that line of the page.
     bool covers(const LogLine& row) const;
 };
 
-/// The rows of the page that quote a line: "| LEVEL | `text` | …".
+/// Returns the rows of the page that quote a line: "| LEVEL | `text` | …".
 QVector<LogLine> linesOfPage(const QString& path);
 
-/// All lines that the sources below `folder` can write: those of the player library, and those of
-/// the named pipe.
+/// Returns all lines that the source code below `folder` can log: those of the player library and
+/// of the named pipe.
 QVector<LogLine> linesOfSource(const QString& folder);
 
 #endif
