@@ -6,7 +6,7 @@
 #include <QtCore/QTextStream>
 #include <QtCore/QTimer>
 
-/// @return the exit status: 0 if the item was played to its end
+/// @return the status to exit with: 0 when the item was played to its end
 inline int play(SimplePlayer& player)
 {
     const auto finish = [](const QString& outcome, int status) {
