@@ -3,7 +3,7 @@
 
 #include "Contender.h"
 
-#include <simplePlayer/SimplePlayerInterface.h>
+#include <simplePlayer/UriSimplePlayer.h>
 
 /// A player of this library as a contender.
 class KovaPlayback : public Playback
@@ -24,5 +24,15 @@ public:
 private:
     const std::unique_ptr<SimplePlayer> player;
 };
+
+inline std::unique_ptr<Playback> makeKovaUriPlayback(const std::string& item,
+                                                     const std::string& device, bool loop,
+                                                     const Outcome& outcome)
+{
+    return std::make_unique<KovaPlayback>(
+        std::make_unique<UriSimplePlayer>(QString::fromStdString(item), QStringLiteral("token"),
+                                          QString::fromStdString(device)),
+        loop, outcome);
+}
 
 #endif

@@ -2,8 +2,6 @@
 #include "KovaLog.h"
 #include "KovaPlayback.h"
 
-#include <simplePlayer/UriSimplePlayer.h>
-
 #include <QtCore/QCoreApplication>
 
 void contender::begin(int& argc, char** argv)
@@ -15,8 +13,5 @@ void contender::begin(int& argc, char** argv)
 std::unique_ptr<Playback> contender::prepare(const std::string& item, const std::string& device,
                                              bool loop, Outcome outcome)
 {
-    return std::make_unique<KovaPlayback>(
-        std::make_unique<UriSimplePlayer>(QString::fromStdString(item), QStringLiteral("token"),
-                                          QString::fromStdString(device)),
-        loop, outcome);
+    return makeKovaUriPlayback(item, device, loop, outcome);
 }

@@ -15,7 +15,6 @@
 #include "PeakMemory.h"
 
 #include <simplePlayer/DataSimplePlayer.h>
-#include <simplePlayer/UriSimplePlayer.h>
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QDataStream>
@@ -119,8 +118,7 @@ static std::unique_ptr<Playback> prepare(const QString& device, const QString& i
     if (bare) {
         return makeBareUriPipeline(item.toStdString(), device.toStdString(), false, leaveLoop);
     }
-    return std::make_unique<KovaPlayback>(
-        std::make_unique<UriSimplePlayer>(item, QStringLiteral("token"), device), false, leaveLoop);
+    return makeKovaUriPlayback(item.toStdString(), device.toStdString(), false, leaveLoop);
 }
 
 /// Some objects belong to threads of GStreamer that end a little later than their pipeline.

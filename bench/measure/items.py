@@ -6,46 +6,52 @@ import subprocess
 import wave
 
 RATE = 48000
+ENCODERS = {"ogg": "oggenc --quiet -o {to} {wav}", "mp3": "lame --silent {wav} {to}"}
 
 
 class Items:
-    """Makes each item once and keeps it in a folder."""
+    """Makes each item once and keeps it in a folder, beside a moment of silence in each format."""
 
     def __init__(self, folder):
         self.folder = folder
         folder.mkdir(exist_ok=True)
+        silence = folder / "silence.wav"
+        if not silence.exists():
+            write_wav(silence, array.array("h", bytes(4 * RATE // 10)))
+        self.encode(silence)
 
     def wav(self, seconds):
         path = self.folder / f"{seconds}s.wav"
         if not path.exists():
-            write_chord(path, round(seconds * RATE))
-        return path
-
-    def ogg(self, seconds):
-        return self.encoded(seconds, "ogg", "oggenc --quiet -o {to} {wav}")
-
-    def mp3(self, seconds):
-        return self.encoded(seconds, "mp3", "lame --silent {wav} {to}")
-
-    def encoded(self, seconds, suffix, command):
-        path = self.folder / f"{seconds}s.{suffix}"
-        if not path.exists():
-            words = [w.format(wav=self.wav(seconds), to=path) for w in command.split()]
-            subprocess.run(words, check=True)
+            write_wav(path, chord(round(seconds * RATE)))
         return path
 
     def formats(self, seconds):
         """One item in each format."""
-        return {"wav": self.wav(seconds), "ogg": self.ogg(seconds), "mp3": self.mp3(seconds)}
+        return self.encode(self.wav(seconds))
+
+    def encode(self, wav):
+        """The WAV file and its encoded variants, by format."""
+        paths = {"wav": wav}
+        for suffix, command in ENCODERS.items():
+            paths[suffix] = wav.with_suffix(f".{suffix}")
+            if not paths[suffix].exists():
+                words = [w.format(wav=wav, to=paths[suffix]) for w in command.split()]
+                subprocess.run(words, check=True)
+        return paths
 
 
-def write_chord(path, frames):
+def chord(frames):
     noise = random.Random(1)
     samples = array.array("h")
     for frame in range(frames):
         tones = sum(math.sin(frame * f * math.tau / RATE) for f in (440, 554.37, 659.26))
         value = round(6000 * tones + noise.uniform(-500, 500))
         samples.extend((value, value))
+    return samples
+
+
+def write_wav(path, samples):
     with wave.open(str(path), "wb") as file:
         file.setparams((2, 2, RATE, 0, "NONE", None))
         file.writeframes(samples.tobytes())

@@ -17,6 +17,7 @@ CONTENDERS = (
     "bare-glib",
     "bare-qt",
     "kova",
+    "kova-prepared",
     "kova-lean",
     "qmediaplayer",
     "gstplay",
