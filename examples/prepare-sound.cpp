@@ -6,8 +6,8 @@
 //
 //     sox -n -r 48000 -c 2 silence.ogg trim 0 0.01
 //     prepare-sound chime.ogg default silence.ogg
-#include "play.h"
 #include "prepare-sound.h"
+#include "play.h"
 
 #include <QtCore/QEventLoop>
 #include <QtCore/QFile>

@@ -120,7 +120,7 @@ public:
 protected:
     GstElement* makeSource(GstBin* bin) override
     {
-        // The library's pipeline and size of block, with another reader.
+        // As in the library, apart from the element that reads.
         GstElement* source = gst_element_factory_make("fdsrc", nullptr);
         g_object_set(source, "fd", descriptor, "blocksize", 4096U, nullptr);
         GstElement* identity = gst_element_factory_make("identity", nullptr);

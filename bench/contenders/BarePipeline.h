@@ -5,8 +5,8 @@
 
 #include <gst/gst.h>
 
-/// The pipeline that anybody would write by hand: the elements that this library uses, a bus watch,
-/// and nothing else. No player that stands on GStreamer can do with less.
+/// The baseline of players that use GStreamer: a pipeline written by hand, with the elements that
+/// this library uses, a bus watch, and nothing else.
 class BarePipeline : public Playback
 {
 public:
@@ -16,8 +16,8 @@ public:
     void start() override;
 
 protected:
-    /// Makes what stands before the output chain and gives back the decoder, whose pads are linked
-    /// to the chain.
+    /// Adds the elements before the output chain to the pipeline. Returns the decoder, whose pads
+    /// are linked to the chain.
     virtual GstElement* makeSource(GstBin* bin) = 0;
 
 private:
@@ -32,11 +32,11 @@ private:
     GstElement* decoder = nullptr;
 };
 
-/// With `uridecodebin` at the front.
+/// A pipeline with `uridecodebin` as its source.
 std::unique_ptr<Playback> makeBareUriPipeline(const std::string& item, const std::string& device,
                                               bool loop, Outcome outcome);
 
-/// With `fdsrc` at the front, which reads the named pipe `item` on a thread of its own.
+/// A pipeline with `fdsrc` as its source, which reads the named pipe `item` on its own thread.
 std::unique_ptr<Playback> makeBareStreamPipeline(const std::string& item, const std::string& device,
                                                  Outcome outcome);
 

@@ -5,7 +5,7 @@
 #include <memory>
 #include <string>
 
-/// One player of one item. Making it is what a program does long before it wants sound.
+/// One player of one item. A program constructs it long before the sound is needed.
 class Playback
 {
 public:
@@ -17,17 +17,17 @@ public:
     virtual void start() = 0;
 };
 
-/// Called from the event loop, once: whether the item was played to its end.
+/// Called once, from the event loop. `ended` is false after a failure.
 using Outcome = std::function<void(bool ended)>;
 
-/// What each contender defines in its own way. The rest of the program, main.cpp, is the same for
-/// all of them.
+/// The functions that each contender defines. The rest of the program, main.cpp, is the same for
+/// all.
 namespace contender {
 
-/// What a program does once, before it makes its first player.
+/// The set-up of the process, before the first player.
 void begin(int& argc, char** argv);
 
-/// @param loop  whether the item begins again at its end; not every contender can
+/// @param loop  whether to repeat the item, which only some contenders support
 std::unique_ptr<Playback> prepare(const std::string& item, const std::string& device, bool loop,
                                   Outcome outcome);
 

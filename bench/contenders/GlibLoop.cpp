@@ -1,4 +1,4 @@
-// The event loop of the contenders that live in GLib's main loop alone.
+// The event loop of the contenders that use GLib's main loop without Qt.
 #include "Contender.h"
 
 #include <glib.h>

@@ -11,7 +11,7 @@ void setUpLog()
 {
     log4cplus::Logger root = log4cplus::Logger::getRoot();
     if (!std::getenv("KOVA_BENCH_TRACE")) {
-        // There must always be an appender: log4cplus complains about a logger without any.
+        // log4cplus prints an error for a logger without any appender.
         root.addAppender(log4cplus::SharedAppenderPtr(new log4cplus::NullAppender));
         root.setLogLevel(log4cplus::OFF_LOG_LEVEL);
         return;

@@ -5,8 +5,8 @@
 #include <fstream>
 #include <string>
 
-/// Prints how many bytes this process has held at most. What the kernel tells the parent when the
-/// process has ended counts the parent's own memory at the start, too.
+/// Prints the peak memory of this process in bytes. ru_maxrss, which the parent gets from wait4(),
+/// can include the memory of the parent itself at the fork.
 inline void printPeakMemory()
 {
     std::ifstream status("/proc/self/status");

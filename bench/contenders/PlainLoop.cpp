@@ -8,7 +8,7 @@
 static std::mutex mutex;
 static std::condition_variable posted;
 static std::queue<std::function<void()>> calls; ///< guarded by mutex
-static bool running = false;                    ///< of the thread that runs the loop
+static bool running = false;                    ///< used by the thread that runs the loop only
 
 void LoopPost::post(const std::function<void()>& call) const
 {

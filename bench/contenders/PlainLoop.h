@@ -4,13 +4,12 @@
 #include <functional>
 #include <memory>
 
-/// The way to the event loop of the contenders that bring none and report from threads of their
-/// own. It is destroyed by the thread that runs the loop, when nobody posts any more.
+/// Posts calls to the event loop of the contenders that have none and report from their own
+/// threads. Destroy it on the thread that runs the loop, after the last post.
 class LoopPost
 {
 public:
-    /// Has the loop make a call, unless this object has been destroyed by then. Any thread may
-    /// post.
+    /// Queues a call, which is dropped if this object is destroyed before. Thread-safe.
     void post(const std::function<void()>& call) const;
 
 private:

@@ -1,4 +1,4 @@
-// The event loop of the contenders that live in a Qt application.
+// The event loop of the contenders that are Qt applications.
 #include "Contender.h"
 
 #include <QtCore/QCoreApplication>

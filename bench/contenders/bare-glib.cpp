@@ -1,4 +1,4 @@
-// A pipeline written by hand, in a program that has nothing but GLib's main loop.
+// A pipeline written by hand in a GLib application.
 #include "BarePipeline.h"
 
 void contender::begin(int& argc, char** argv)

@@ -43,13 +43,13 @@ public:
         ca_proplist* properties = nullptr;
         ca_proplist_create(&properties);
         ca_proplist_sets(properties, CA_PROP_MEDIA_FILENAME, item.c_str());
-        failUnlessDone(ca_context_play_full(context, 0, properties, take, this));
+        failUnlessDone(ca_context_play_full(context, 0, properties, reportEnd, this));
         ca_proplist_destroy(properties);
     }
 
 private:
-    /// On the thread that plays.
-    static void take(ca_context* /*context*/, uint32_t /*id*/, int result, void* self)
+    /// Called on the thread that plays.
+    static void reportEnd(ca_context* /*context*/, uint32_t /*id*/, int result, void* self)
     {
         auto* const me = static_cast<CanberraPlayback*>(self);
         const bool ended = result == CA_SUCCESS;
@@ -66,8 +66,8 @@ private:
 
 void contender::begin(int& /*argc*/, char** /*argv*/)
 {
-    // Never destroyed. The last context unloads the code that a thread which has just played may
-    // still have to return through.
+    // Never destroyed: the last context unloads code while a thread that has just played may still
+    // be running it.
     makeContext("default");
 }
 

@@ -1,4 +1,5 @@
-// A pipeline written by hand in a Qt application, with GStreamer's own reader of a named pipe.
+// A pipeline written by hand in a Qt application, with GStreamer's own element reading a named
+// pipe.
 #include "BarePipeline.h"
 
 #include <QtCore/QCoreApplication>

@@ -1,4 +1,4 @@
-// GStreamer's own player library: a playbin that is steered from a thread of its own.
+// GStreamer's own player library: a playbin that is controlled from its own thread.
 #include "Contender.h"
 
 #include <gst/play/play.h>
@@ -29,7 +29,7 @@ public:
     ~GstPlayPlayback() override
     {
         gst_bus_remove_watch(bus);
-        // Its messages hold the player.
+        // Queued messages refer to the player.
         gst_bus_set_flushing(bus, TRUE);
         gst_object_unref(bus);
         gst_object_unref(player);

@@ -1,12 +1,12 @@
-// The program around each contender: plays, and tells what the runner cannot see from outside.
+// The program around each contender. It plays and prints times and resources for bench/run.
 //
 //     NAME MODE ITEM DEVICE COUNT
 //
 //     sequence   COUNT players, one after the other
 //     together   COUNT players at once, on the devices DEVICE1, DEVICE2 …
-//     idle       makes COUNT players and starts none of them
-//     playing    like together, until a line can be read from standard input
-//     loop       one player that plays the item again and again, until the process is killed
+//     idle       COUNT players, none of them started
+//     playing    like together, until standard input has a line
+//     loop       one player that repeats the item until the process is killed
 
 #include "Contender.h"
 #include "PeakMemory.h"
@@ -23,7 +23,7 @@
 
 namespace {
 
-struct Order
+struct Options
 {
     std::string mode;
     std::string item;
@@ -71,14 +71,15 @@ static long residentBytes()
     return resident * sysconf(_SC_PAGESIZE);
 }
 
-/// What the process holds now. The thread and the descriptor that look are not counted.
-static void printHeld(int players, int watchers)
+/// Prints the resources of the process, without the descriptor and the threads used for this.
+/// @param watchers  number of threads that do not belong to the contender
+static void printResources(int players, int watchers)
 {
     const long threads = entriesOf("/proc/self/task") - watchers;
     const long descriptors = entriesOf("/proc/self/fd") - 1;
     const struct mallinfo2 heap = mallinfo2();
-    std::printf("held %d %zu %ld %ld %ld\n", players, heap.uordblks + heap.hblkhd, residentBytes(),
-                threads, descriptors);
+    std::printf("resources %d %zu %ld %ld %ld\n", players, heap.uordblks + heap.hblkhd,
+                residentBytes(), threads, descriptors);
     std::fflush(stdout);
 }
 
@@ -90,12 +91,12 @@ static void failUnless(bool ended)
     }
 }
 
-static void playInSequence(const Order& order)
+static void playInSequence(const Options& options)
 {
-    for (int i = 0; i < order.count; ++i) {
+    for (int i = 0; i < options.count; ++i) {
         Times times;
         const auto playback =
-            contender::prepare(order.item, order.device, false, [&times](bool ended) {
+            contender::prepare(options.item, options.device, false, [&times](bool ended) {
                 times.outcome = now();
                 failUnless(ended);
                 contender::quitLoop();
@@ -107,15 +108,15 @@ static void playInSequence(const Order& order)
     }
 }
 
-static void playTogether(const Order& order)
+static void playTogether(const Options& options)
 {
-    std::vector<Times> times(static_cast<std::size_t>(order.count));
+    std::vector<Times> times(static_cast<std::size_t>(options.count));
     std::vector<std::unique_ptr<Playback>> playbacks;
-    int left = order.count;
+    int left = options.count;
     for (Times& mine : times) {
-        const std::string device = order.device + std::to_string(playbacks.size() + 1);
+        const std::string device = options.device + std::to_string(playbacks.size() + 1);
         playbacks.push_back(
-            contender::prepare(order.item, device, false, [&mine, &left](bool ended) {
+            contender::prepare(options.item, device, false, [&mine, &left](bool ended) {
                 mine.outcome = now();
                 failUnless(ended);
                 if (--left == 0) {
@@ -133,34 +134,34 @@ static void playTogether(const Order& order)
     }
 }
 
-static void stayIdle(const Order& order)
+static void stayIdle(const Options& options)
 {
     std::vector<std::unique_ptr<Playback>> playbacks;
-    playbacks.reserve(static_cast<std::size_t>(order.count));
-    while (static_cast<int>(playbacks.size()) < order.count) {
-        playbacks.push_back(contender::prepare(order.item, order.device, false, failUnless));
+    playbacks.reserve(static_cast<std::size_t>(options.count));
+    while (static_cast<int>(playbacks.size()) < options.count) {
+        playbacks.push_back(contender::prepare(options.item, options.device, false, failUnless));
         if (playbacks.size() == 1) {
-            printHeld(1, 0);
+            printResources(1, 0);
         }
     }
-    printHeld(order.count, 0);
+    printResources(options.count, 0);
 }
 
-static void playUntilAsked(const Order& order)
+static void playUntilAsked(const Options& options)
 {
-    std::thread([&order] {
+    std::thread([&options] {
         char line = 0;
         if (read(STDIN_FILENO, &line, 1) >= 0) {
-            printHeld(order.count, 1);
+            printResources(options.count, 1);
         }
-        std::_Exit(0); // in the middle of the sound, so nothing can be taken down in order
+        std::_Exit(0); // while the players play: no orderly teardown
     }).detach();
-    playTogether(order);
+    playTogether(options);
 }
 
-static void playInLoop(const Order& order)
+static void playInLoop(const Options& options)
 {
-    const auto playback = contender::prepare(order.item, order.device, true, failUnless);
+    const auto playback = contender::prepare(options.item, options.device, true, failUnless);
     playback->start();
     contender::runLoop();
 }
@@ -171,20 +172,20 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "usage: %s MODE ITEM DEVICE COUNT\n", argv[0]);
         return 2;
     }
-    const Order order = {argv[1], argv[2], argv[3], std::atoi(argv[4])};
+    const Options options = {argv[1], argv[2], argv[3], std::atoi(argv[4])};
     contender::begin(argc, argv);
-    if (order.mode == "sequence") {
-        playInSequence(order);
-    } else if (order.mode == "together") {
-        playTogether(order);
-    } else if (order.mode == "idle") {
-        stayIdle(order);
-    } else if (order.mode == "playing") {
-        playUntilAsked(order);
-    } else if (order.mode == "loop") {
-        playInLoop(order);
+    if (options.mode == "sequence") {
+        playInSequence(options);
+    } else if (options.mode == "together") {
+        playTogether(options);
+    } else if (options.mode == "idle") {
+        stayIdle(options);
+    } else if (options.mode == "playing") {
+        playUntilAsked(options);
+    } else if (options.mode == "loop") {
+        playInLoop(options);
     } else {
-        std::fprintf(stderr, "there is no mode %s\n", argv[1]);
+        std::fprintf(stderr, "unknown mode %s\n", argv[1]);
         return 2;
     }
     printPeakMemory();

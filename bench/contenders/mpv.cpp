@@ -1,4 +1,4 @@
-// libmpv, for sound alone and with nothing of the user's own settings.
+// libmpv, without video and without the user's configuration.
 #include "Contender.h"
 #include "PlainLoop.h"
 
@@ -29,7 +29,7 @@ public:
             mpv_set_option_string(player, name, value);
         }
         if (mpv_initialize(player) < 0) {
-            std::fputs("mpv cannot be initialized\n", stderr);
+            std::fputs("libmpv cannot be initialized\n", stderr);
             std::exit(1);
         }
         mpv_set_wakeup_callback(player, wakeUp, this);

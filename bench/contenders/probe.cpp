@@ -1,38 +1,36 @@
-// Counts what cannot be seen from outside, with GStreamer's tracing hooks.
+// Counts objects and copies inside a pipeline, and prints them.
 //
 //     probe data DEVICE BYTES shared|unshared
-//         plays a WAV file of so many bytes in memory
-//         copies N: the arrays beside the client's own that the chunks came from
-//         chunks N: how many chunks there were
-//         peak N: how many bytes the process held at most
+//         plays a WAV file of this size from memory
+//         copies N: arrays other than the client's that the chunks refer to
+//         chunks N: number of chunks
+//         peak N: peak memory of the process, in bytes
 //     probe objects DEVICE ITEM kova|bare
-//         objects MADE LEFT: made by each of several further playbacks, and left by all of them
+//         objects CREATED LEFT: created by each further playback, and alive after all of them
 
 #include "BarePipeline.h"
 #include "KovaLog.h"
 #include "KovaPlayback.h"
-#include "ObjectTracer.h"
 #include "PeakMemory.h"
 
+#include <kit/GstLeaks.h>
 #include <simplePlayer/DataSimplePlayer.h>
+#include <wav/Wav.h>
 
 #include <QtCore/QCoreApplication>
-#include <QtCore/QDataStream>
-#include <QtCore/QElapsedTimer>
-#include <QtCore/QThread>
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <set>
 
-static void playToItsEnd(Playback& playback)
+static void playToEnd(Playback& playback)
 {
     playback.start();
     contender::runLoop();
 }
 
-static void leaveLoop(bool ended)
+static void quitOrFail(bool ended)
 {
     if (!ended) {
         std::fprintf(stderr, "the playback failed\n");
@@ -43,42 +41,30 @@ static void leaveLoop(bool ended)
 
 // ---- Bytes ------------------------------------------------------------------------------------
 
-/// Of a sound with so many bytes a second that much memory is soon played.
-static QByteArray wavHeader(quint32 bytes)
+/// A WAV file of silence, created in place so that the process never holds it twice. One second of
+/// it takes much memory, so that large arrays are soon played.
+static QByteArray silentWav(int size)
 {
-    const quint32 rate = 192000;
-    const quint16 frameSize = 8;
-    QByteArray header;
-    QDataStream out(&header, QIODevice::WriteOnly);
-    out.setByteOrder(QDataStream::LittleEndian);
-    out.writeRawData("RIFF", 4);
-    out << bytes - 8;
-    out.writeRawData("WAVEfmt ", 8);
-    out << quint32(16) << quint16(1) << quint16(2) << rate << rate * frameSize << frameSize
-        << quint16(32);
-    out.writeRawData("data", 4);
-    out << bytes - 44;
-    return header;
-}
-
-/// A WAV file with silence, made in place, so that the process never holds it twice.
-static QByteArray silentWav(int bytes)
-{
-    QByteArray file(bytes, '\0');
-    const QByteArray header = wavHeader(static_cast<quint32>(bytes));
-    std::memcpy(file.data(), header.constData(), static_cast<std::size_t>(header.size()));
+    const WavLayout layout = {192000, 2, 4, false};
+    const std::size_t headerSize = wavHeader(layout, 0).size();
+    const std::string header = wavHeader(layout, static_cast<std::size_t>(size) - headerSize);
+    QByteArray file(size, '\0');
+    header.copy(file.data(), header.size());
     return file;
 }
 
-static bool comesFromAppSrc(GstPad* source)
-{
-    GstObject* element = gst_object_get_parent(GST_OBJECT(source));
-    const bool comes = element && std::strcmp(GST_OBJECT_NAME(element), "AppSrc") == 0;
-    gst_clear_object(&element);
-    return comes;
-}
+namespace {
 
-/// Where the array begins that a chunk is a view of: as far before the chunk as its offset says.
+/// The chunks that a data player delivers, and the arrays that they refer to.
+struct Chunks
+{
+    std::set<const void*> arrays;
+    long count = 0;
+};
+
+} // namespace
+
+/// Returns the beginning of the array that a chunk refers to, from the chunk's offset.
 static const guint8* arrayOf(GstBuffer* chunk)
 {
     GstMapInfo map;
@@ -88,26 +74,41 @@ static const guint8* arrayOf(GstBuffer* chunk)
     return begin;
 }
 
+/// Called on streaming threads, one at a time.
+static GstPadProbeReturn addChunk(GstPad* /*pad*/, GstPadProbeInfo* info, void* chunks)
+{
+    if ((info->type & GST_PAD_PROBE_TYPE_BUFFER) && info->data) {
+        auto* const all = static_cast<Chunks*>(chunks);
+        all->arrays.insert(arrayOf(gst_pad_probe_info_get_buffer(info)));
+        ++all->count;
+    }
+    return GST_PAD_PROBE_OK;
+}
+
 static void probeData(const QString& device, int bytes, bool shared)
 {
-    std::set<const void*> arrays;
-    long chunks = 0;
-    watchPulledBuffers([&](GstPad* source, GstBuffer* buffer) {
-        if (comesFromAppSrc(source)) {
-            arrays.insert(arrayOf(buffer));
-            ++chunks;
+    Chunks chunks;
+    const StateChangeObserver observer([&](GstElement* element, GstStateChange change) {
+        if (change == GST_STATE_CHANGE_NULL_TO_READY &&
+            std::strcmp(GST_OBJECT_NAME(element), "AppSrc") == 0) {
+            GstPad* source = gst_element_get_static_pad(element, "src");
+            gst_pad_add_probe(
+                source,
+                static_cast<GstPadProbeType>(GST_PAD_PROBE_TYPE_PULL | GST_PAD_PROBE_TYPE_BUFFER),
+                addChunk, &chunks, nullptr);
+            gst_object_unref(source);
         }
     });
     QByteArray file = silentWav(bytes);
     const void* const clients = file.constData();
     KovaPlayback playback(std::make_unique<DataSimplePlayer>(file, QStringLiteral("token"), device),
-                          false, leaveLoop);
+                          false, quitOrFail);
     if (!shared) {
         file = QByteArray();
     }
-    playToItsEnd(playback);
-    arrays.erase(clients);
-    std::printf("copies %zu\nchunks %ld\n", arrays.size(), chunks);
+    playToEnd(playback);
+    chunks.arrays.erase(clients);
+    std::printf("copies %zu\nchunks %ld\n", chunks.arrays.size(), chunks.count);
     printPeakMemory();
 }
 
@@ -116,41 +117,29 @@ static void probeData(const QString& device, int bytes, bool shared)
 static std::unique_ptr<Playback> prepare(const QString& device, const QString& item, bool bare)
 {
     if (bare) {
-        return makeBareUriPipeline(item.toStdString(), device.toStdString(), false, leaveLoop);
+        return makeBareUriPipeline(item.toStdString(), device.toStdString(), false, quitOrFail);
     }
-    return makeKovaUriPlayback(item.toStdString(), device.toStdString(), false, leaveLoop);
-}
-
-/// Some objects belong to threads of GStreamer that end a little later than their pipeline.
-static long objectsLeft(long aliveBefore)
-{
-    QElapsedTimer waiting;
-    waiting.start();
-    while (objectsAlive() > aliveBefore && !waiting.hasExpired(5000)) {
-        QThread::msleep(1);
-    }
-    return objectsAlive() - aliveBefore;
+    return makeKovaUriPlayback(item.toStdString(), device.toStdString(), false, quitOrFail);
 }
 
 static void probeObjects(const QString& device, const QString& item, bool bare)
 {
     const int plays = 4;
-    countObjects();
-    // What is made once for the whole process is made by the first playback.
-    playToItsEnd(*prepare(device, item, bare));
-    const long before = objectsMade();
-    const long alive = objectsAlive();
+    // The first playback creates what exists once in a process.
+    playToEnd(*prepare(device, item, bare));
+    const long before = createdGstObjects();
     for (int i = 0; i < plays; ++i) {
-        playToItsEnd(*prepare(device, item, bare));
+        playToEnd(*prepare(device, item, bare));
     }
-    const long madeByPlays = objectsMade() - before;
-    std::printf("objects %ld %ld\n", madeByPlays / plays, objectsLeft(alive));
+    const long created = createdGstObjects() - before;
+    leakedGstObjects(); // waits until GStreamer's threads have released theirs
+    std::printf("objects %ld %d\n", created / plays, liveGstObjects().size());
 }
 
 void contender::begin(int& argc, char** argv)
 {
     static QCoreApplication application(argc, argv);
-    gst_init(&argc, &argv);
+    trackGstObjects();
     setUpLog();
 }
 

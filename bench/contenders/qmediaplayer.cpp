@@ -1,4 +1,4 @@
-// Qt Multimedia. It plays on ALSA's default device, whatever device is asked for.
+// Qt Multimedia. It always plays on ALSA's default device.
 #include "Contender.h"
 
 #include <QtCore/QCoreApplication>

@@ -1,5 +1,5 @@
-// SDL's mixer. It opens one device for the whole process and keeps it running, with silence where
-// there is no sound; the device is ALSA's default one, whatever is asked for.
+// SDL's mixer. It opens one device for the whole process and plays silence between sounds. The
+// device is always ALSA's default one.
 #include "Contender.h"
 #include "PlainLoop.h"
 
@@ -27,8 +27,7 @@ public:
     SdlPlayback(const std::string& item, Outcome outcomeReceiver)
         : outcome(std::move(outcomeReceiver))
     {
-        // Counted by the mixer: only the first one opens the device, and only the last one closes
-        // it.
+        // The mixer counts these calls: the first one opens the device, the last one closes it.
         failWithoutSuccess(Mix_OpenAudio(48000, AUDIO_S16SYS, 2, framesPerPeriod) == 0);
         music = Mix_LoadMUS(item.c_str());
         failWithoutSuccess(music != nullptr);
@@ -45,19 +44,19 @@ public:
     void start() override
     {
         playing = this;
-        Mix_HookMusicFinished(takeEnd);
+        Mix_HookMusicFinished(reportEnd);
         failWithoutSuccess(Mix_PlayMusic(music, 1) == 0);
     }
 
 private:
-    /// On the thread that mixes.
-    static void takeEnd()
+    /// Called on the thread that mixes.
+    static void reportEnd()
     {
         SdlPlayback* const me = playing;
         me->loop.post([me] { me->outcome(true); });
     }
 
-    static SdlPlayback* playing; ///< the mixer plays one piece of music at a time
+    static SdlPlayback* playing; ///< the mixer plays one item at a time
 
     const Outcome outcome;
     const LoopPost loop;

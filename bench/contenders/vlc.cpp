@@ -21,11 +21,11 @@ public:
         libvlc_media_t* media = libvlc_media_new_path(vlc, item.c_str());
         player = libvlc_media_player_new_from_media(media);
         libvlc_media_release(media);
-        // Of the output that the player has made by now. It ignores what is said for a module.
+        // Sets the device of the existing output. With the name of a module the call has no effect.
         libvlc_audio_output_device_set(player, nullptr, device.c_str());
         libvlc_event_manager_t* events = libvlc_media_player_event_manager(player);
-        libvlc_event_attach(events, libvlc_MediaPlayerEndReached, take, this);
-        libvlc_event_attach(events, libvlc_MediaPlayerEncounteredError, take, this);
+        libvlc_event_attach(events, libvlc_MediaPlayerEndReached, reportOutcome, this);
+        libvlc_event_attach(events, libvlc_MediaPlayerEncounteredError, reportOutcome, this);
     }
 
     ~VlcPlayback() override
@@ -37,7 +37,7 @@ public:
     void start() override { libvlc_media_player_play(player); }
 
 private:
-    static void take(const libvlc_event_t* event, void* self)
+    static void reportOutcome(const libvlc_event_t* event, void* self)
     {
         auto* const me = static_cast<VlcPlayback*>(self);
         const bool ended = event->type == libvlc_MediaPlayerEndReached;

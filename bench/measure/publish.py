@@ -1,4 +1,4 @@
-"""The part of the page on performance that is written by the benchmark."""
+"""Writes the results into the page on performance."""
 import os
 import platform
 import shutil
@@ -7,20 +7,20 @@ from pathlib import Path
 
 from measure.tables import PICTURES
 
-BEGIN = "<!-- what follows is written by bench/run --publish -->\n"
-END = "<!-- what was measured ends here -->\n"
+BEGIN = "<!-- begin of the part that bench/run --publish writes -->\n"
+END = "<!-- end of the part that bench/run --publish writes -->\n"
 
 
-def publish(tree, stage, report):
-    """Replaces what the page tells of an earlier run, and its pictures."""
+def publish(tree, fixture, report):
+    """Replaces the results of an earlier run on the page, and its pictures."""
     page = tree / "docs/performance.md"
     text = page.read_text()
     before, _, rest = text.partition(BEGIN)
-    _, _, behind = rest.partition(END)
-    if not behind:
-        raise ValueError(f"{page}: there is no place for what was measured")
-    measured = "\n".join([machine(stage), *report.sections])
-    page.write_text(f"{before}{BEGIN}\n{measured}\n{END}{behind}")
+    _, end, after = rest.partition(END)
+    if not end:
+        raise ValueError(f"{page}: the marks around the results are missing")
+    measured = "\n".join([machine(fixture), *report.sections])
+    page.write_text(f"{before}{BEGIN}\n{measured}\n{END}{after}")
 
     pictures = page.parent / PICTURES
     shutil.rmtree(pictures, ignore_errors=True)
@@ -29,14 +29,14 @@ def publish(tree, stage, report):
         shutil.copy(report.folder / f"{name}.svg", pictures)
 
 
-def machine(stage):
-    """One paragraph on what the figures were measured with."""
+def machine(fixture):
+    """One paragraph on the machine and the versions."""
     return (
         f"{processor()}, {os.cpu_count()} cores, {platform.machine()}; Linux "
         f"{platform.release().partition('-')[0]}; GStreamer {version('gstreamer-1.0')}, Qt {version('Qt5Core')}, "
-        f"ALSA {version('alsa')}, log4cplus {version('log4cplus')}. {stage.rounds} rounds; what "
-        f"varies little, {stage.few}. Each cell is the median (lower … upper quartile) and how many "
-        "times the floor's median that is.\n"
+        f"ALSA {version('alsa')}, log4cplus {version('log4cplus')}. {fixture.rounds} rounds; "
+        f"{fixture.few} for values that vary little. Each cell is the median (lower … upper quartile) "
+        "and its ratio to the median of the baseline.\n"
     )
 
 

@@ -1,20 +1,20 @@
-"""When sound was heard: a card that has been opened, or started, may still play silence."""
+"""Finds the sounds that a card recorded, without the silence around them."""
 import array
 from dataclasses import dataclass
 
-# In parts of the full scale. Decoders leave less than this before the sound.
+# As a part of full scale. Decoders produce less than this before the sound.
 AUDIBLE = 0.001
 
-# Seconds of silence that divide one sound from the next.
+# Seconds of silence that separate two sounds.
 PAUSE = 0.005
 
-# Of the formats in which a card may be set up: the type of a sample, and its full scale.
+# The type of a sample and its full scale, for each format of a card.
 SAMPLES = {"S16_LE": ("h", 1 << 15), "S32_LE": ("i", 1 << 31), "FLOAT_LE": ("f", 1.0)}
 
 
 @dataclass
 class Sound:
-    """Monotonic nanoseconds of its first frame and of the end of its last one; how long it is."""
+    """Monotonic nanoseconds of the first frame and of the end of the last one, and the length."""
 
     begin: int
     end: int
@@ -22,9 +22,9 @@ class Sound:
 
 
 def sounds(events, record):
-    """Those that a card played, from what it wrote down and recorded."""
-    heard = []
-    before = 0  # frames that were recorded before the card was opened
+    """The sounds that a card played, from its log and its record."""
+    found = []
+    before = 0  # frames of earlier sessions
     for session in sessions(events):
         form, rate, channels, *_ = next(rest for _, what, *rest in session if what == "configure")
         kind, scale = SAMPLES[form]
@@ -35,14 +35,14 @@ def sounds(events, record):
         clock = Clock(session, rate)
         for first, last in audible_runs(frames, AUDIBLE * scale, PAUSE * rate):
             length = last + 1 - first
-            heard.append(Sound(clock.time(first), clock.time(last), length / rate))
+            found.append(Sound(clock.time(first), clock.time(last), length / rate))
         before += len(frames)
-    return heard
+    return found
 
 
 def sessions(events):
-    """The events from each opening of the card to its closing, or to the end of the process. Who only
-    looks what a card can do does not set it up."""
+    """The events from each opening of the card to its closing, or to the end of the process. Sessions
+    that only query the card, without a set-up, are left out."""
     found = []
     for event in events:
         if event[1] == "open":
@@ -52,7 +52,7 @@ def sessions(events):
 
 
 def samples(record, kind):
-    """Of a WAV file that has nothing behind them."""
+    """The samples of a WAV file whose last chunk is the data."""
     content = record.read_bytes()
     data = content[content.index(b"data") + 8 :]
     values = array.array(kind)
@@ -76,11 +76,11 @@ def audible_runs(values, limit, pause):
 
 
 class Clock:
-    """When which frame was played: a card stands still while it is paused or stopped."""
+    """Converts frames to times. A card does not advance while it is paused or stopped."""
 
     def __init__(self, session, rate):
         self.rate = rate
-        self.runs = []  # the time of each start, and the frame that was played then
+        self.runs = []  # the time of each start and the frame at which it continues
         frame = 0
         for time, what, *details in session:
             if what in ("first-frame", "resume"):

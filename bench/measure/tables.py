@@ -1,4 +1,4 @@
-"""What was measured: tables of medians on the screen and in Markdown, raw values and plots in files."""
+"""Reports: tables of medians on the terminal and in Markdown, raw values and plots in files."""
 import statistics
 import subprocess
 
@@ -11,21 +11,21 @@ def quartiles(values):
 
 
 def number(value):
-    """Three digits that count, or all of a large whole number."""
+    """Three significant digits, or all digits of a large number."""
     if abs(value) >= 1000 or value == int(value):
         return f"{value:,.0f}"
     return f"{value:.3g}"
 
 
 class Table:
-    """One figure: the values of each contender. Ratios are told against one of them, the floor. Who
-    cannot do what is measured has no row, and is told below with the reason."""
+    """The values of each contender and their ratios to one of them, the baseline. A contender that
+    cannot take part has no row; it is listed below the table with the reason."""
 
-    def __init__(self, name, title, unit, floor="bare-glib"):
+    def __init__(self, name, title, unit, baseline="bare-glib"):
         self.name = name
         self.title = title
         self.unit = unit
-        self.floor = floor
+        self.baseline = baseline
         self.values = {}
         self.unable = {}
 
@@ -40,13 +40,13 @@ class Table:
         return quartiles(self.values[contender])[1]
 
     def ratio(self, contender):
-        """How many times the floor's median, or nothing if that cannot be told."""
-        base = self.median(self.floor) if self.floor in self.values else 0
+        """The ratio to the median of the baseline, or None if there is no baseline."""
+        base = self.median(self.baseline) if self.baseline in self.values else 0
         return self.median(contender) / base if base else None
 
     def text(self, title):
         row = "{:<16}{:>14}{:>26}{:>16}".format
-        against = f"x {self.floor}" if self.floor else ""
+        against = f"x {self.baseline}" if self.baseline else ""
         lines = [f"{title}: {self.heading}", row("", "median", "quartiles", against)]
         for contender, values in self.values.items():
             low, middle, high = (number(value) for value in quartiles(values))
@@ -67,8 +67,7 @@ class Table:
 
 
 def markdown(title, tables):
-    """Tables of the same contenders beside each other, as one in Markdown, where no line may hold
-    the characters that divide its columns."""
+    """One Markdown table of several tables of the same contenders."""
     contenders = list(dict.fromkeys(who for table in tables for who in table.values))
     unable = dict(pair for table in tables for pair in table.unable.items())
     rows = [["", *(table.heading for table in tables)], ["---"] * (len(tables) + 1)]
@@ -79,12 +78,12 @@ def markdown(title, tables):
     return "\n".join(lines) + "\n"
 
 
-# Where the pictures of the page are, seen from it.
+# The folder of the pictures, relative to the page.
 PICTURES = "performance"
 
 
 class Report:
-    """Prints tables, keeps values and plots in a folder, and collects the whole in Markdown."""
+    """Prints tables, writes values and plots into a folder, and collects the Markdown of the page."""
 
     def __init__(self, folder):
         self.folder = folder
@@ -92,16 +91,16 @@ class Report:
         self.pictures = []
 
     def show(self, title, *tables, picture=None):
-        """Tells of tables that belong together. One of them may be shown as a picture, too."""
+        """Reports tables that belong together, on the page too. One of them may have a picture."""
         tables = [table for table in tables if table.values]
-        self.tell(title, *tables)
+        self.save(title, *tables)
         if tables:
             self.sections.append(markdown(title, tables))
         if picture in tables:
             self.add_picture(picture.name, f"{title}: {picture.title}")
 
-    def tell(self, title, *tables):
-        """Prints tables and keeps them in files, but not for the page."""
+    def save(self, title, *tables):
+        """Prints tables and writes their values and plots into files."""
         for table in tables:
             print(table.text(title), flush=True)
             rows = [f"{who}\t{value}\n" for who, values in table.values.items() for value in values]
@@ -113,7 +112,7 @@ class Report:
         self.sections.append(f"![{title}]({PICTURES}/{name}.svg)\n")
 
     def say(self, text):
-        """A figure that is one sentence."""
+        """Reports a result that is one sentence."""
         print(text + "\n", flush=True)
         self.sections.append(text + "\n")
 
@@ -124,7 +123,7 @@ class Report:
             rows.append(f'{position} {middle} {low} {high} "{who}"')
         data = "\n".join(["$rows << EOD", *rows, "EOD"])
         medians = [table.median(who) for who in table.values]
-        # Where some bars would not be seen beside others.
+        # A logarithmic scale if a linear one would hide the small bars.
         scale = "set logscale y" if 0 < 50 * min(medians) < max(medians) else "set yrange [0<*:*]"
         self.gnuplot(
             table.name,
@@ -141,7 +140,7 @@ plot $rows using 1:2:xtic(5) with boxes notitle, \\
         )
 
     def draw_lines(self, name, title, xlabel, unit, curves):
-        """Curves over a number that doubles: {contender: {number: value}}."""
+        """Curves with logarithmic axes: {contender: {x: y}}."""
         blocks, plots = [], []
         for index, (who, points) in enumerate(curves.items()):
             rows = [f"{x} {y}" for x, y in sorted(points.items())]

@@ -22,6 +22,7 @@ struct LiveObjects
     std::mutex mutex;
     std::unordered_set<GstObject*> objects;
     std::unordered_set<GstMiniObject*> miniObjects;
+    long created = 0; ///< GstObjects, including those destroyed since
 };
 
 LiveObjects& live()
@@ -34,6 +35,7 @@ void objectCreated(GObject*, GstClockTime, GstObject* object)
 {
     const std::lock_guard<std::mutex> lock(live().mutex);
     live().objects.insert(object);
+    ++live().created;
 }
 
 void objectDestroyed(GObject*, GstClockTime, GstObject* object)
@@ -137,6 +139,12 @@ QStringList liveGstObjects()
     }
     names.sort();
     return names;
+}
+
+long createdGstObjects()
+{
+    const std::lock_guard<std::mutex> lock(live().mutex);
+    return live().created;
 }
 
 QVector<GstBuffer*> liveGstBuffers()

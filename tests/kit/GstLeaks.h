@@ -19,6 +19,9 @@ void trackGstObjects();
 /// the process lives (pad templates, factories, type finders …).
 QStringList liveGstObjects();
 
+/// How many GstObjects were created since trackGstObjects(), those destroyed since included.
+long createdGstObjects();
+
 /// All buffers alive now, without references of the caller's own.
 QVector<GstBuffer*> liveGstBuffers();
 

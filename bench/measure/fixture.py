@@ -1,4 +1,4 @@
-"""Where the contenders play: the virtual sound card, the items, and the start of a program."""
+"""The fixture of all measurements: virtual sound cards, items, and running a contender."""
 import os
 import re
 import resource
@@ -12,7 +12,7 @@ from dataclasses import dataclass, field
 from measure import sounds
 from measure.items import Items
 
-# In the order of the tables. All of them are found in one folder of the build.
+# In the order of the tables. The build puts them all into one folder.
 CONTENDERS = (
     "bare-glib",
     "bare-qt",
@@ -27,10 +27,10 @@ CONTENDERS = (
     "canberra",
 )
 
-# What the others are compared with.
-FLOORS = ("bare-glib", "bare-qt")
+# The contenders that all others are compared with.
+BASELINES = ("bare-glib", "bare-qt")
 
-# What some of them cannot do, by what a figure needs.
+# What some contenders cannot do, by the requirement of a measurement.
 ONE_CARD = "plays on the default device only"
 CANNOT = {
     "card": {"qmediaplayer": ONE_CARD, "sdl-mixer": ONE_CARD},
@@ -38,12 +38,12 @@ CANNOT = {
 }
 
 
-# Seconds after which a program has hung up. Under valgrind, on a busy machine, some take minutes.
+# Seconds until a program counts as hung. Under valgrind, on a busy machine, some run for minutes.
 PATIENCE = 600
 
 
 class Failure(Exception):
-    """A contender did not do what it was asked for."""
+    """A contender failed or did not play."""
 
 
 @dataclass
@@ -55,8 +55,8 @@ class Play:
 
 
 @dataclass
-class Held:
-    """What a process held with so many players; bytes and counts."""
+class Resources:
+    """What a process uses with a number of players: bytes and counts."""
 
     players: int
     heap: int
@@ -67,34 +67,34 @@ class Held:
 
 @dataclass
 class Run:
-    """What came of one process."""
+    """The results of one process."""
 
     begun: int
     plays: list = field(default_factory=list)
-    held: list = field(default_factory=list)
+    resources: list = field(default_factory=list)
     counted: dict = field(default_factory=dict)
     usage: resource.struct_rusage = None
 
     @property
     def cpu(self):
-        """Seconds of processor time, of the program and of the kernel for it."""
+        """Seconds of processor time, user and system."""
         return self.usage.ru_utime + self.usage.ru_stime
 
 
 class Card:
-    """Virtual sound cards, each of which writes down when what is done with it."""
+    """Virtual sound cards. Each logs what happens to it, with the times."""
 
-    def __init__(self, stage, names=("default",), speed=1, *options, folder="cards", record=False):
-        self.folder = stage.results / folder
+    def __init__(self, fixture, names=("default",), speed=1, *options, folder="cards", record=False):
+        self.folder = fixture.results / folder
         self.folder.mkdir(exist_ok=True)
         self.names = names
         if record:
             options += ("--record", "RECORD")
-        text = stage.card_configuration(
-            "--name", "NAME", "--plugin", stage.plugin, "--speed", str(speed), "--events", "EVENTS",
+        text = fixture.card_configuration(
+            "--name", "NAME", "--plugin", fixture.plugin, "--speed", str(speed), "--events", "EVENTS",
             *options,
         )
-        # What is common to all cards stands before the first one.
+        # The settings of all cards precede the first card.
         common, mine = text[: text.index("pcm.NAME ")], text[text.index("pcm.NAME ") :]
         self.configuration = self.folder / "asound.conf"
         self.configuration.write_text(common + "".join(self.named(mine, name) for name in names))
@@ -114,27 +114,27 @@ class Card:
                 record.unlink()
 
     def events(self, name="default"):
-        """What happened: (nanoseconds, event, details) each."""
+        """The card's log as tuples of nanoseconds, event and details."""
         if not self.path(name).exists():
             return []
         lines = self.path(name).read_text().splitlines()
         return [(int(time), *rest) for time, *rest in (line.split() for line in lines)]
 
     def times(self, event, name="default"):
-        """When it happened, each time."""
+        """The times of all events of one kind."""
         return [time for time, what, *_ in self.events(name) if what == event]
 
     def sounds(self, name="default"):
-        """What was heard of a card in real time that records."""
+        """The recorded sounds. The card must record, in real time."""
         return sounds.sounds(self.events(name), self.path(name, "wav"))
 
 
-class Stage:
+class Fixture:
     def __init__(self, tree, rounds, only=None):
         self.tree = tree
         self.rounds = rounds
-        self.some = max(1, rounds // 2)  # of what takes long
-        self.few = max(1, rounds // 4)  # of what varies little
+        self.some = max(1, rounds // 2)  # for slow measurements
+        self.few = max(1, rounds // 4)  # for values that vary little
         self.build = tree / "build/bench"
         self.plugin = self.build / "lib/libasound_module_pcm_virtualcard.so"
         self.results = self.build / "results"
@@ -142,7 +142,7 @@ class Stage:
         self.failures = 0
         self.items = Items(self.results / "items")
         self.contenders = []
-        for name in (*FLOORS, *only) if only else CONTENDERS:
+        for name in (*BASELINES, *only) if only else CONTENDERS:
             if self.program(name).exists():
                 self.contenders.append(name)
             else:
@@ -150,16 +150,16 @@ class Stage:
         self.warm_up()
 
     def able(self, need):
-        """The contenders that can do what a figure needs."""
+        """The contenders that meet a requirement."""
         return [name for name in self.contenders if name not in CANNOT.get(need, {})]
 
     def unable(self, need):
-        """Those that cannot, and why."""
+        """The contenders that do not, with the reasons."""
         return {name: why for name, why in CANNOT.get(need, {}).items() if name in self.contenders}
 
     @contextmanager
     def excused(self, name):
-        """A contender that fails has no value this time, and it is said."""
+        """Reports a failure of a contender, which then has no value in this round."""
         try:
             yield
         except Failure as failure:
@@ -190,7 +190,7 @@ class Stage:
         return kept | own | ({"KOVA_BENCH_TRACE": "1"} if trace else {})
 
     def start(self, command, card, trace=False):
-        """Starts a program on a card that has not been used. Gives back it and when that was."""
+        """Starts a program on an unused card. Returns the process and the time of its start."""
         card.clear()
         environment = self.environment(card, trace)
         begun = time.monotonic_ns()
@@ -206,7 +206,7 @@ class Stage:
         return process, begun
 
     def launch(self, name, card, mode, item, count, wrapper=(), trace=False):
-        # Where several players are told apart, each has a card of its own with a number behind.
+        # With several cards each player gets its own: the device name and a number.
         device = "default" if card.names == ("default",) else "card"
         command = [*wrapper, self.program(name), mode, item, device, count]
         return self.start(command, card, trace)
@@ -215,12 +215,12 @@ class Stage:
         return self.finish(*self.launch(*order, **options))
 
     def probe(self, card, *arguments):
-        """What the probe counts, by name."""
+        """The counts that the probe prints, by name."""
         process, begun = self.start([self.program("probe"), *arguments], card)
         return self.finish(process, begun).counted
 
     def finish(self, process, begun):
-        """Reads what the program prints until it ends."""
+        """Reads the output of a program until it exits."""
         run = Run(begun)
         watchdog = threading.Timer(PATIENCE, process.kill)
         watchdog.start()
@@ -236,14 +236,14 @@ class Stage:
             word, *values = line.split()
             if word == "play":
                 run.plays.append(Play(*map(int, values)))
-            elif word == "held":
-                run.held.append(Held(*map(int, values)))
+            elif word == "resources":
+                run.resources.append(Resources(*map(int, values)))
             else:
                 run.counted[word] = [int(value) for value in values]
         return run
 
     def run_stream(self, name, card, item, wrapper=()):
-        """With a writer that writes the item into a named pipe as fast as it is read."""
+        """Plays an item that is written into a named pipe as fast as the program reads it."""
         pipe = self.results / "pipe"
         pipe.unlink(missing_ok=True)
         os.mkfifo(pipe)
@@ -253,7 +253,7 @@ class Stage:
         return self.finish(process, begun)
 
     def instructions(self, name, mode, item, count, trace=False):
-        """Of a whole process, all of its threads, from its start to its end."""
+        """The instructions of a whole process, in all threads."""
         run = lambda wrapper: self.run(  # noqa: E731
             name, Card(self), mode, item, count, wrapper=wrapper, trace=trace
         )
@@ -263,14 +263,14 @@ class Stage:
         return self.counting(lambda wrapper: self.run_stream(name, Card(self), item, wrapper))
 
     def counting(self, run):
-        """Runs something under callgrind, which is given as the wrapper of its command."""
+        """Calls `run` with the command of callgrind, to put before the command of the program."""
         counts = self.results / "callgrind.out"
         run(["valgrind", "--tool=callgrind", f"--callgrind-out-file={counts}"])
         return Instructions(counts.read_text().splitlines())
 
 
 class Instructions:
-    """How many there were, and how many of them were the dynamic linker's."""
+    """The instructions that callgrind counted, and the dynamic linker's part of them."""
 
     def __init__(self, lines):
         self.all = self.loading = 0
@@ -279,15 +279,15 @@ class Instructions:
         for line in lines:
             key, _, value = line.partition("=")
             if key in ("ob", "cob"):
-                # A name stands behind its number once, where it comes first.
+                # Only the first occurrence of a number has the name.
                 number, _, name = value.partition(" ")
                 names.setdefault(number, name)
                 loader = "/ld-linux" in names[number] if key == "ob" else loader
             elif line.startswith("calls="):
-                inclusive = True  # the next line counts what was called, which stands elsewhere too
+                inclusive = True  # the next line repeats the cost of the called function
             elif line[:1].isdigit() or line[:1] in "+-*":
                 if not inclusive:
-                    cost = sum(map(int, line.split()[1:]))  # one number, or none for nothing
+                    cost = sum(map(int, line.split()[1:]))  # no number means zero
                     self.all += cost
                     self.loading += cost if loader else 0
                 inclusive = False
