@@ -19,14 +19,14 @@ import sys
 from elftools.elf.elffile import ELFFile
 
 LIBRARIES = ["libkova_simpleplayer.so", "libkova_api.so"]
-# Hidden in the library, but laid out as agreed.
+# Classes that the library hides, but whose layout is specified.
 ENGINES = ["SimplePlayerImpl", "UriSimplePlayerImpl", "DataSimplePlayerImpl",
            "StreamSimplePlayerImpl"]
 
 
 @functools.lru_cache(maxsize=None)
 def demangled(symbol):
-    """The name in C++. A constructor or destructor says which of its variants it is."""
+    """The C++ name. Constructors and destructors include their variant."""
     name = subprocess.run(["c++filt", symbol], check=True, capture_output=True,
                           text=True).stdout.strip()
     variant = re.search(r"[CD]([012])E", symbol)
@@ -36,7 +36,7 @@ def demangled(symbol):
 
 
 class Symbols:
-    """The symbols of a library, and what the loader makes of its virtual tables."""
+    """The symbols of a library, and its virtual tables after loading."""
 
     def __init__(self, elf):
         self.elf = elf
@@ -51,8 +51,8 @@ class Symbols:
         self.relocated = dict(self._relocations())
 
     def exported(self):
-        """What the library defines for others, without instances of standard templates: these come
-        and go with the compiler."""
+        """The exported definitions, except instances of standard templates, which depend on the
+        compiler."""
         symbols = self.elf.get_section_by_name(".dynsym").iter_symbols()
         return [symbol for symbol in symbols if symbol.name and symbol["st_shndx"] != "SHN_UNDEF"
                 and not demangled(symbol.name).startswith("std::")]
@@ -63,7 +63,7 @@ class Symbols:
                       for symbol in self.exported() if symbol.name.startswith("_ZTV"))
 
     def _relocations(self):
-        """Pairs of an address and what the loader writes there: an address, or that of a name."""
+        """Pairs of an address and the relocated value: an address, or that of a symbol."""
         for section in self.elf.iter_sections():
             if section["sh_type"] not in ("SHT_RELA", "SHT_REL"):
                 continue
@@ -85,12 +85,12 @@ class Symbols:
         raise ValueError(f"nothing is loaded at {address:#x}")
 
     def _entry(self, address):
-        """What one word of a virtual table holds; empty for the destructors of an abstract class,
-        which are never called through it."""
+        """The content of one word of a virtual table; empty for the destructors of an abstract
+        class, which are never called through the table."""
         if address not in self.relocated:
             return str(self._word_at(address) or "")
         target = self.relocated[address]
-        # One body may have several names, of which a table only ever means a complete destructor.
+        # A body may have several names. A table refers to the complete destructor only.
         names = {target} if isinstance(target, str) else self.functions[target]
         return " = ".join(sorted(demangled(n) for n in names if not re.search(r"D2Ev$", n)))
 
@@ -98,7 +98,7 @@ class Symbols:
         """The virtual functions of a class in the order of their slots."""
         table = self.tables[f"_ZTV{len(name)}{name}"]
         end = table["st_value"] + table["st_size"]
-        # In front of the functions stand the offset to the top and the type information.
+        # The offset to the top and the type information precede the functions.
         start = table["st_value"] + 2 * self.word
         return [self._entry(address) for address in range(start, end, self.word)]
 
@@ -110,7 +110,7 @@ def attribute(die, name):
 
 
 def parts(die):
-    """Base classes and data members, in the order of declaration, without static ones."""
+    """Base classes and non-static data members, in the order of declaration."""
     return [child for child in die.iter_children()
             if child.tag in ("DW_TAG_inheritance", "DW_TAG_member")
             and not attribute(child, "external")]
@@ -129,7 +129,7 @@ def type_of(die):
 
 
 def type_name(die):
-    """A type as it stands in C++."""
+    """The C++ name of a type."""
     if die is None:
         return "void"
     around = {"DW_TAG_pointer_type": "{}*", "DW_TAG_reference_type": "{}&",
@@ -143,12 +143,12 @@ def type_name(die):
 
 
 def alignment(die, word):
-    """The alignment of a type. That of a scalar type is its size, on amd64 and armhf alike."""
+    """The alignment of a type. For a scalar type it is the size, on amd64 and armhf."""
     if attribute(die, "alignment"):
         return attribute(die, "alignment")
     if die.tag in ("DW_TAG_class_type", "DW_TAG_structure_type", "DW_TAG_union_type"):
-        # A class whose virtual functions are in another library is not defined: QObject, which
-        # consists of pointers.
+        # A class with virtual functions in another library, such as QObject, is not defined in this
+        # debug information. QObject consists of pointers.
         if attribute(die, "declaration"):
             return word
         return max([attribute(part, "alignment") or alignment(type_of(part), word)

@@ -1,5 +1,5 @@
-// Prints the meta-objects of all classes as text: what connections by name, queued calls and other
-// programs' introspection rely on. Parameter names are part of it.
+// Prints the meta-objects of all classes as text. Connections by name, queued calls and
+// introspection depend on them, including the parameter names.
 #include "core/KovaNamedPipe.h"
 #include "simplePlayer/DataSimplePlayer.h"
 #include "simplePlayer/DataSimplePlayer_p.h"
@@ -82,7 +82,8 @@ void print(const QMetaProperty& property)
           << '\n';
 }
 
-/// Indices count from the class's own first method, as those of its base classes are Qt's affair.
+/// Indices count from the first method of the class itself, because Qt determines those of its base
+/// classes.
 void print(const char* name, const QMetaObject& meta)
 {
     out() << "\nclass " << name << ": ";
