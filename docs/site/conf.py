@@ -1,5 +1,5 @@
-"""The site of the documentation, made by Sphinx from the Markdown pages of the tree. CMake sets the
-variables KOVA_VERSION, KOVA_API (Doxygen's XML) and KOVA_PICTURES (of pipelines)."""
+"""The site of the documentation, which Sphinx makes from the Markdown pages of the tree. CMake sets the
+environment variables KOVA_VERSION, KOVA_API (Doxygen's XML) and KOVA_PICTURES (of pipelines)."""
 
 import os
 import pathlib
@@ -76,12 +76,23 @@ def manual_page(match):
     return f"```{{raw}} html\n{body}\n```"
 
 
+def examples():
+    """The files of the examples as sections of their page."""
+    return "".join(
+        f"\n## {file.name}\n\n```{{literalinclude}} /examples/{file.name}\n"
+        f":language: {'cmake' if file.suffix == '.txt' else 'cpp'}\n```\n"
+        for file in sorted((TREE / "examples").iterdir()))
+
+
 def adapt_page(app, docname, source):
-    """Replaces "<!-- site: TEXT -->" by TEXT and "@FILE@" by a manual page. Adds the navigation."""
+    """Replaces "<!-- site: TEXT -->" by TEXT and "@FILE@" by a manual page. Adds the navigation to the
+    first page, and the files to the page of examples."""
     text = re.sub(r"<!-- site: (.*?) -->", r"\1", source[0])
     source[0] = re.sub(r"^@(.*)@$", manual_page, text, flags=re.MULTILINE)
     if docname == root_doc:
         source[0] += NAVIGATION
+    if docname == "docs/site/examples":
+        source[0] += examples()
 
 
 def setup(app):
