@@ -3,12 +3,12 @@
 
 #include <QtCore/QRandomGenerator>
 
-// How much a test tries, and the random choices that it makes.
+// The length of a test run, and its random choices.
 
 /// Whether this is a long run: KOVA_LONG_TESTS=1 in the environment.
 bool isLongRun();
 
-/// Whether a sanitizer or an emulator makes every step take many times as long.
+/// Whether a sanitizer or an emulator makes every step many times slower.
 bool isSlowBuild();
 
 /// How often something is repeated.

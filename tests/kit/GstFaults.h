@@ -3,7 +3,7 @@
 
 #include <gst/gst.h>
 
-/// Makes one element factory unavailable while it lives, as on a machine that lacks its plug-in.
+/// Makes one element factory unavailable during its lifetime, as on a machine without its plug-in.
 class MissingFactory
 {
 public:
@@ -16,14 +16,14 @@ private:
     GstPluginFeature* feature;
 };
 
-/// Puts another element type behind a factory name while it lives.
+/// Replaces the element type of a factory name during its lifetime.
 class ReplacedFactory
 {
 public:
     /// @param factory  the factory to replace, "audioconvert" for instance
-    /// @param with     the factory whose elements are made in its place
+    /// @param with     the factory whose elements replace it
     ReplacedFactory(const char* factory, const char* with);
-    /// @param type  the type of the elements that are made in its place
+    /// @param type  the type of the elements that replace it
     ReplacedFactory(const char* factory, GType type);
     ~ReplacedFactory();
     ReplacedFactory(const ReplacedFactory&) = delete;
@@ -37,7 +37,7 @@ private:
 /// Makes an element without pads that refuses one state change and accepts all others.
 /// @param refused  GST_STATE_CHANGE_READY_TO_NULL for instance
 GstElement* makeRefusingElement(GstStateChange refused);
-/// Lets the element accept everything from now on, so that its pipeline can be released.
+/// Makes the element accept everything from now on, so that its pipeline can be released.
 void stopRefusing(GstElement* refusingElement);
 
 #endif

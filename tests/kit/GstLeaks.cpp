@@ -15,8 +15,8 @@
 
 namespace {
 
-/// All objects alive. The hooks below run on any thread, the "destroyed" ones before the memory is
-/// freed: whoever holds the mutex may read every object in the sets.
+/// All live objects. The hooks below run on any thread, the "destroyed" hooks before the memory is
+/// freed. Every object in the sets can be read while the mutex is held.
 struct LiveObjects
 {
     std::mutex mutex;
@@ -87,8 +87,8 @@ void object_tracer_init(ObjectTracer*)
 
 } // namespace
 
-/// GStreamer loads them when a pipeline first has a look at its bytes, and keeps them, and their
-/// caps, for as long as the process lives.
+/// GStreamer loads them when the first pipeline inspects its data, and keeps them and their caps
+/// for the lifetime of the process.
 static void loadTypeFinders()
 {
     GList* finders = gst_type_find_factory_get_list();
@@ -103,14 +103,14 @@ static void loadTypeFinders()
 void trackGstObjects()
 {
     gst_init(nullptr, nullptr);
-    loadTypeFinders(); // not counted: they are no leaks
+    loadTypeFinders(); // before tracking begins, because they are no leaks
     auto* tracer = static_cast<GstTracer*>(g_object_new(object_tracer_get_type(), nullptr));
     gst_tracing_register_hook(tracer, "object-created", G_CALLBACK(objectCreated));
     gst_tracing_register_hook(tracer, "object-destroyed", G_CALLBACK(objectDestroyed));
     gst_tracing_register_hook(tracer, "mini-object-created", G_CALLBACK(miniObjectCreated));
     gst_tracing_register_hook(tracer, "mini-object-destroyed", G_CALLBACK(miniObjectDestroyed));
     gst_tracing_register_hook(tracer, "element-change-state-pre", G_CALLBACK(stateChanges));
-    gst_object_unref(tracer); // the hooks hold it
+    gst_object_unref(tracer); // the hooks keep a reference
 }
 
 StateChangeObserver::StateChangeObserver(const Function& function) : callback(function)
@@ -178,15 +178,15 @@ void overlookLeakedGstObject(const QString& type)
     overlooked.append(type);
 }
 
-/// Whether these are a pad that a decoder was just going to announce when its pipeline went down,
+/// Whether these are a pad that a decoder was about to announce when its pipeline was shut down,
 /// and the proxy inside it.
 static bool isDecodedPad(const QStringList& leaked)
 {
     return leaked == QStringList{"GstDecodePad", "GstProxyPad"};
 }
 
-/// Whether these are an Ogg stream whose headers a demuxer was just reading when its pipeline went
-/// down, and what was read of them.
+/// Whether these are an Ogg stream whose headers a demuxer was reading when its pipeline was shut
+/// down, and the data it had read.
 static bool isOggStream(QStringList leaked)
 {
     for (const char* held : {"GstBuffer", "GstCaps", "GstMemory", "GstTagList"}) {
@@ -195,16 +195,16 @@ static bool isOggStream(QStringList leaked)
     return leaked == QStringList("GstOggPad");
 }
 
-/// Whether this is the task of an element that a decoder took down from that task's own thread,
-/// when its pipeline went down: GStreamer warns that joining it "would deadlock", and lets it go.
-/// The library changes states on the client's thread only.
+/// Whether this is the task of an element that a decoder shut down from the task's own thread, when
+/// its pipeline was shut down: GStreamer warns that joining it "would deadlock", and leaks it. The
+/// library changes states on the client's thread only.
 static bool isUnjoinedTask(const QStringList& leaked)
 {
     return leaked == QStringList("GstTask");
 }
 
-/// Whether nothing is left but what GStreamer itself loses once in some thousand lives or less. A
-/// process hardly ever lives to see a second one.
+/// Whether the remaining objects are a leak of GStreamer itself, which happens once in some
+/// thousand playbacks or less, so that a process hardly ever has two of them.
 static bool isLostByGStreamer(const QStringList& leaked)
 {
     static int left = 4;
@@ -215,7 +215,7 @@ QString leakedGstObjects()
 {
     static bool failed = false;
     QStringList leaked;
-    // Once the program has failed, its further leaks need not be told from slow threads.
+    // After a failure there is no need to distinguish further leaks from slow threads.
     const QDeadlineTimer deadline(failed ? 1000 : patience);
     const QDeadlineTimer untilLost(5000);
     do {

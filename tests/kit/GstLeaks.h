@@ -8,25 +8,25 @@
 
 #include <functional>
 
-/// Initialises GStreamer and notes from now on which of its objects (elements, pads, buffers, caps,
-/// messages …) live. KOVA_TEST_MAIN calls it.
+/// Initializes GStreamer and tracks its live objects (elements, pads, buffers, caps, messages …)
+/// from now on. KOVA_TEST_MAIN calls it.
 ///
-/// GStreamer's own "leaks" tracer does the same, but hands out references to objects that another
-/// thread may be finalising at that moment; this one only ever looks.
+/// GStreamer's own "leaks" tracer returns references to objects that another thread may be
+/// finalizing. This tracer takes no references.
 void trackGstObjects();
 
-/// The type names of all objects alive now, sorted, without those that GStreamer keeps as long as
-/// the process lives (pad templates, factories, type finders …).
+/// Returns the sorted type names of all live objects, except those that GStreamer keeps for the
+/// lifetime of the process (pad templates, factories, type finders …).
 QStringList liveGstObjects();
 
-/// How many GstObjects were created since trackGstObjects(), those destroyed since included.
+/// Returns how many GstObjects were created since trackGstObjects(), including destroyed ones.
 long createdGstObjects();
 
-/// All buffers alive now, without references of the caller's own.
+/// Returns all live buffers, without references for the caller.
 QVector<GstBuffer*> liveGstBuffers();
 
-/// Calls a function before each state change of any element, on the thread that requests it, while
-/// this object lives. One at a time.
+/// Calls a function before each state change of any element, on the thread that requests it, during
+/// the lifetime of this object. There is at most one such object.
 class StateChangeObserver
 {
 public:
@@ -41,17 +41,18 @@ private:
     const Function callback;
 };
 
-/// Waits until no object is alive: GStreamer's threads drop their last references a moment after a
-/// pipeline is gone. Returns what was still alive at the end, as "3 GstCaps, 1 GstPad", empty for
-/// nothing; the calls that follow overlook it, so that each leak fails the one test that caused it.
+/// Waits until no object is alive, because GStreamer's threads drop their last references some time
+/// after the release of a pipeline. Returns the objects that are still alive, as "3 GstCaps, 1
+/// GstPad", or an empty text. Later calls ignore them, so that each leak fails only the test that
+/// caused it.
 QString leakedGstObjects();
 
-/// Has leakedGstObjects() overlook one object, which GStreamer itself does not always free.
+/// Makes leakedGstObjects() ignore one object, which GStreamer itself does not always free.
 void overlookLeakedGstObject(const QString& type);
 
-/// Frees the elements that were made but that nobody ever took over, as a failed build leaves them.
-/// Not to be called while another thread may be making one: it would be freed, too.
-/// Returns their type names, sorted.
+/// Frees elements without an owner, which remain after a failed build. Do not call it while another
+/// thread may create an element, which would be freed as well.
+/// Returns their sorted type names.
 QStringList freeAbandonedGstElements();
 
 #endif

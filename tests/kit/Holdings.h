@@ -5,10 +5,10 @@
 
 #include <glib.h>
 
-/// What this process holds of the system.
+/// The resources of the system that this process holds.
 struct Holdings
 {
-    /// GLib keeps the threads of dead pipelines for a while: they are let go first.
+    /// GLib keeps the threads of destroyed pipelines for a while; they are released first.
     static Holdings now()
     {
         g_thread_pool_stop_unused_threads();
@@ -16,13 +16,13 @@ struct Holdings
                 countIn(QStringLiteral("/proc/self/task"))};
     }
 
-    /// Whether nothing is more than in `others`.
+    /// Whether no number is larger than in `others`.
     bool within(const Holdings& others) const
     {
         return descriptors <= others.descriptors && threads <= others.threads;
     }
 
-    /// How many entries a folder has.
+    /// Returns the number of entries of a folder.
     static int countIn(const QString& folder)
     {
         return QDir(folder)

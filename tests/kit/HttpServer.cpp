@@ -25,8 +25,8 @@ void ChildProcess::setupChildProcess()
 
 // ---- HttpServer --------------------------------------------------------------------------------
 
-/// Everything that nginx would keep in system folders is put into `%1`. One process, which any user
-/// may run. sub_filter is what makes an answer chunked: its length is not known beforehand.
+/// Everything that nginx keeps in system folders is in `%1`. It is one process that any user may
+/// run. sub_filter makes an answer chunked, because its length is not known in advance.
 static const char* const configuration = R"(
 daemon off;
 master_process off;
@@ -77,7 +77,7 @@ HttpServer::HttpServer()
                    {"req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", key, "-out",
                     TestProcess::path("nginx.crt"), "-days", "2", "-subj", "/CN=localhost"});
     }
-    // Another process may take a port between the look and the use: then the next ones are tried.
+    // Another process may take a port between the check and its use; then try the next ones.
     for (int attempt = 0; attempt < 10; ++attempt) {
         if (start(freePort(), freePort())) {
             return;
@@ -116,7 +116,7 @@ bool HttpServer::answers(quint16 tcpPort)
         if (socket.waitForConnected(1000)) {
             return true;
         }
-        nginx.waitForFinished(10); // it ends at once when it cannot have a port
+        nginx.waitForFinished(10); // it ends at once if a port is not available
     }
     return false;
 }
@@ -167,7 +167,7 @@ int ScriptedServer::answers() const
     return *answered;
 }
 
-/// Has the kernel cut the connection off when it is closed.
+/// Makes the kernel reset the connection when it is closed.
 static void resetOnClose(const QTcpSocket& socket)
 {
     const linger atOnce{1, 0};
@@ -175,7 +175,7 @@ static void resetOnClose(const QTcpSocket& socket)
                  sizeof atOnce);
 }
 
-/// Answers once the whole request is there: closing before that would be a reset.
+/// Answers when the whole request has arrived: closing earlier would be a reset.
 void ScriptedServer::serve(QTcpSocket* socket, const QByteArray& answer, Then then,
                            const Counter& answered)
 {

@@ -11,15 +11,15 @@
 class QTcpServer;
 class QTcpSocket;
 
-/// A process that dies with the test, also when the test is killed.
+/// A process that ends with the test, also if the test is killed.
 class ChildProcess : public QProcess
 {
 protected:
     void setupChildProcess() override;
 };
 
-/// A web server of this test alone: nginx on loopback, serving the test process's folder in several
-/// ways. Runs from construction to destruction, without a daemon and without any rights.
+/// A web server for this test: nginx on loopback, which serves the folder of the test process in
+/// several ways. It runs from construction to destruction and needs no privileges.
 class HttpServer
 {
 public:
@@ -30,10 +30,10 @@ public:
         NoRanges, ///< with a length, ranges are not offered
         Chunked,  ///< in chunks, without a length
         Found,    ///< redirected (302) to Plain
-        Moved,    ///< redirected for ever (301) to Plain
+        Moved,    ///< redirected permanently (301) to Plain
     };
 
-    /// Starts the server and waits until it answers. The test process ends when it does not.
+    /// Starts the server and waits until it answers. The test process ends if it does not.
     HttpServer();
     ~HttpServer();
     HttpServer(const HttpServer&) = delete;
@@ -41,7 +41,7 @@ public:
 
     /// The URL of a file of TestProcess::path().
     QString url(const QString& name, Way way = Way::Plain) const;
-    /// The same over TLS, with a certificate that nobody has signed.
+    /// The same over TLS, with a certificate that is not trusted.
     QString httpsUrl(const QString& name) const;
 
 private:
@@ -53,17 +53,17 @@ private:
     quint16 tlsPort = 0;
 };
 
-/// A server that answers every request with the same bytes, whatever they are, on a thread of its
-/// own. It serves /item and every other path alike.
+/// A server that answers every request with the same bytes, on its own thread. The path of a
+/// request does not matter.
 class ScriptedServer
 {
 public:
-    /// What becomes of a connection when the answer is sent.
+    /// What happens to a connection after the answer is sent.
     enum class Then
     {
         Close,
-        Reset, ///< the connection is cut off, and with it what was not taken yet
-        Hold,  ///< it is held open in silence, until the client closes it
+        Reset, ///< the connection is reset, and unread data is lost
+        Hold,  ///< it stays open without data until the client closes it
     };
 
     ScriptedServer(const QByteArray& answer, Then then);
@@ -72,7 +72,7 @@ public:
     ScriptedServer& operator=(const ScriptedServer&) = delete;
 
     QString url() const;
-    /// How many answers were given so far.
+    /// Returns the number of answers so far.
     int answers() const;
 
 private:
@@ -82,12 +82,12 @@ private:
                       const Counter& answered);
 
     QThread thread;
-    QTcpServer* server; ///< lives on `thread`, which touches nothing of this object itself
+    QTcpServer* server; ///< lives on `thread`, which does not access this object itself
     quint16 port = 0;
     Counter answered = std::make_shared<std::atomic_int>(0);
 };
 
-/// The beginning of a whole answer: a status line and headers for so many bytes.
+/// The beginning of a complete answer: a status line and headers for so many bytes.
 QByteArray httpHeaders(int bodySize);
 
 /// A TCP port of loopback that refuses connections while this object lives.
@@ -102,7 +102,7 @@ public:
     QString url() const;
 
 private:
-    int socket; ///< bound, so that nobody else gets the port, and not listening
+    int socket; ///< bound, so that no other process gets the port, but not listening
     quint16 port = 0;
 };
 

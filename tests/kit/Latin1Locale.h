@@ -3,8 +3,8 @@
 
 #include <QtCore/QTextCodec>
 
-/// Makes Latin-1 the locale's encoding for Qt while it lives, so that a text which is meant to be
-/// UTF-8 is told from one in the locale's encoding.
+/// Makes Latin-1 the locale's encoding for Qt during its lifetime, so that a test can distinguish
+/// UTF-8 from the locale's encoding.
 class Latin1Locale
 {
 public:

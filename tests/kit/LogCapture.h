@@ -10,7 +10,7 @@
 
 #include <functional>
 
-/// Captures all lines of one logger while it lives, from any thread, at every level.
+/// Captures all lines of one logger during its lifetime, from any thread and at every level.
 class LogCapture
 {
 public:
@@ -19,11 +19,11 @@ public:
     LogCapture(const LogCapture&) = delete;
     LogCapture& operator=(const LogCapture&) = delete;
 
-    /// The lines so far as "LEVEL text", in the order of their appearance.
+    /// The lines so far as "LEVEL text", in their order.
     QStringList lines() const;
     /// Those of one level ("ERROR") without the level.
     QStringList texts(const char* level) const;
-    /// Forgets the lines so far.
+    /// Discards the lines so far.
     void clear();
     /// Calls a function with each line from now on, inside the call that logs it.
     void onLine(const std::function<void(const QString& line)>& callback);

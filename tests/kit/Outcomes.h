@@ -9,9 +9,9 @@
 #include <algorithm>
 #include <functional>
 
-/// Records the signals of a player in the order of their arrival, one text each, in the form of
-/// kova-play's outcome lines: "ended TOKEN", "stopped TOKEN", "error TOKEN: reason". Lives on the
-/// player's thread.
+/// Records the signals of a player in the order of their arrival, in the form of kova-play's
+/// outcome lines: "ended TOKEN", "stopped TOKEN", "error TOKEN: reason". It is used on the player's
+/// thread.
 class Outcomes : public QObject
 {
 public:
@@ -32,8 +32,8 @@ public:
     /// Called inside the player's signal, after the outcome was recorded.
     std::function<void()> inSlot;
 
-    /// Whether a report tells of a push that a stop or a failure has overtaken. Now and then that
-    /// finds a player of data at work, which says so beside its outcome and before it.
+    /// Whether a report is about data that was refused during a stop or a failure. A
+    /// DataSimplePlayer sometimes reports this before its outcome.
     static bool isRefusal(const QString& report)
     {
         return report.startsWith(QLatin1String("error ")) &&
@@ -50,8 +50,8 @@ private:
     }
 };
 
-/// What is left of the reports of a player of data without refused pushes. Of a pipe they are the
-/// outcome itself.
+/// Returns the reports of a DataSimplePlayer without refused data. For a StreamSimplePlayer,
+/// refused data is an outcome.
 inline QStringList withoutRefusals(QStringList reports)
 {
     reports.erase(std::remove_if(reports.begin(), reports.end(), Outcomes::isRefusal),

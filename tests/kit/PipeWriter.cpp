@@ -9,7 +9,7 @@
 /// Long enough for a loaded machine, shorter than the time limit of a test program.
 static constexpr int timeoutMs = 120000;
 
-/// What the process says when it has opened the FIFO.
+/// The line that the process prints when it has opened the FIFO.
 static constexpr const char* openedLine = "opened\n";
 
 PipeWriter::PipeWriter(const QString& fifo, const QByteArray& bytes, const Manner& manner)
@@ -79,7 +79,7 @@ bool PipeWriter::waitForFinished()
     return process.exitStatus() == QProcess::NormalExit && process.exitCode() == 0;
 }
 
-/// A file that the kernel makes up when it is read: its size is not known before.
+/// Reads a file that the kernel generates, whose size is not known in advance.
 static QByteArray readProcFile(qint64 process, const char* name)
 {
     QFile file(QStringLiteral("/proc/%1/%2").arg(process).arg(name));
@@ -100,7 +100,7 @@ qint64 PipeWriter::written() const
 bool PipeWriter::isAsleep() const
 {
     const QByteArray stat = readProcFile(process.processId(), "stat");
-    // The state stands behind the name, which is in parentheses.
+    // The state follows the name, which is in parentheses.
     return stat.mid(stat.lastIndexOf(')') + 2, 1) == "S";
 }
 
@@ -112,6 +112,6 @@ bool PipeWriter::waitForLine(const char* line)
         output += process.readAllStandardOutput();
     } while (!output.contains(line) && elapsed.elapsed() < timeoutMs &&
              process.waitForReadyRead(timeoutMs));
-    output += process.readAllStandardOutput(); // what a process left that has ended meanwhile
+    output += process.readAllStandardOutput(); // the rest of a process that has ended meanwhile
     return output.contains(line);
 }

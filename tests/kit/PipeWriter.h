@@ -6,7 +6,7 @@
 #include <QtCore/QString>
 #include <QtCore/QTemporaryFile>
 
-/// Another process that writes bytes into a FIFO. It is killed when the object dies.
+/// Another process that writes bytes into a FIFO. It is killed on destruction.
 class PipeWriter
 {
 public:
@@ -19,7 +19,7 @@ public:
         int first = 0;         ///< bytes of the very first write; like all others when 0
         int times = 1;         ///< how often the bytes are written, one time after another
         int header = 0;        ///< how many of them, the first ones, are written only once
-        int silence = 0;       ///< zero bytes behind all that
+        int silence = 0;       ///< zero bytes after them
         int death = -1;        ///< kills itself when so many bytes are written; never when negative
     };
 
@@ -33,11 +33,11 @@ public:
 
     /// Waits, without an event loop, until the process has opened the FIFO.
     bool waitForOpened();
-    /// Waits, without an event loop, until the reader's side has taken in every byte.
+    /// Waits, without an event loop, until every byte is in the FIFO.
     bool waitForWritten();
     /// Closes a FIFO that was kept open and waits for the end of the process.
     bool close();
-    /// Ends the process with SIGKILL and waits until it is gone.
+    /// Ends the process with SIGKILL and waits for its end.
     bool kill();
     /// Whether the process has not ended.
     bool isRunning();

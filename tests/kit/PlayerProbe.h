@@ -6,11 +6,11 @@
 
 #include <memory>
 
-/// Holds one player and what it reports, on the thread that makes it.
+/// Owns one player and records its reports, on the thread that creates it.
 class PlayerProbe
 {
 public:
-    /// @param player  is taken over; its token should be "token"
+    /// @param player  becomes owned; its token should be "token"
     explicit PlayerProbe(SimplePlayer* player);
     ~PlayerProbe();
     PlayerProbe(const PlayerProbe&) = delete;
@@ -23,14 +23,14 @@ public:
 
     /// Waits for the outcome, then proves that no further one follows: the player is stopped, the
     /// report of that stop and everything that was queued before it are delivered, the player is
-    /// deleted, and the loop is run dry once more.
-    /// @return all outcomes of the player's life, as Outcomes writes them
+    /// deleted, and all queued events are delivered again.
+    /// @return all outcomes of the player, as Outcomes writes them
     QStringList finish();
 
-    /// Pauses and waits until the whole pipeline has come to rest. @return whether it did
+    /// Pauses and waits until the whole pipeline is paused. @return whether it is in time
     bool pauseAndSettle() const;
 
-    /// Deletes the player now, silently, and runs the event loop dry. @return all its outcomes
+    /// Deletes the player without a stop and delivers all queued events. @return all its outcomes
     QStringList destroy();
 
     std::unique_ptr<SimplePlayer> player;

@@ -20,7 +20,7 @@ bool isComplaintOfGStreamerItself(const gchar* message)
     static const gchar* const complaints[] = {
         // Ogg or Opus comes from a source that cannot seek: an event gets no valid sequence number.
         "gst_event_set_seqnum: assertion 'seqnum != GST_SEQNUM_INVALID' failed",
-        // A pipeline goes down while its decoder is built, which starts the source once more.
+        // A pipeline is shut down while its decoder is built, which starts the source once more.
         "gst_base_src_set_format: assertion 'GST_STATE (src) <= GST_STATE_READY' failed",
         // The HTTP source is given a URL without a host, on a machine that has libsoup 3.
         "soup_message_new_from_uri: assertion 'SOUP_URI_IS_VALID (uri)' failed",

@@ -8,9 +8,9 @@
 #include <QtCore/QStringList>
 #include <QtCore/QTemporaryDir>
 
-/// What makes a test process independent of its machine: a temporary folder of its own (removed at
-/// the end), a GStreamer registry of its own in it, the C locale, quiet loggers, and GLib criticals
-/// that abort. Made before everything else in main().
+/// Makes a test process independent of its machine: a temporary folder (removed at the end) with a
+/// GStreamer registry, the C locale, silent loggers, and GLib criticals that abort. Create it first
+/// in main().
 class TestProcess
 {
 public:
@@ -36,8 +36,8 @@ private:
     QTemporaryDir folder;
 };
 
-/// Whether the text of a GLib critical is one that GStreamer 1.22 itself gives cause for, without
-/// any harm to playback.
+/// Whether the text of a GLib critical is one that GStreamer 1.22 itself causes, without effect on
+/// playback.
 bool isComplaintOfGStreamerItself(const char* critical);
 
 #endif

@@ -80,7 +80,7 @@ static QByteArray configuration(const QStringList& arguments)
     return process.readAllStandardOutput();
 }
 
-/// Writes the configuration of all living cards. The mutex of `cards` is held.
+/// Writes the configuration of all existing cards. The mutex of `cards` is held.
 static void writeConfiguration(LivingCards& cards)
 {
     const QString path = TestProcess::path(QStringLiteral("asound.conf"));

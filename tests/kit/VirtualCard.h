@@ -6,12 +6,12 @@
 #include <QtCore/QStringList>
 #include <QtCore/QVector>
 
-/// A sound card without hardware that exists while this object lives. It records what is played on
-/// it, and writes down what is done with it, as it happens: both may be read at any time.
+/// A sound card without hardware that exists during the lifetime of this object. It records
+/// everything that is played and logs every event. Both can be read at any time.
 ///
-/// Only the cards that live now exist for ALSA in this process and in the processes that it starts;
-/// nothing of the machine's own sound is there. Make the first card before other threads run (it
-/// sets an environment variable), and further ones when you like, on any thread.
+/// In this process and the processes that it starts, ALSA has only the cards that exist now, and
+/// none of the machine's own devices. Create the first card before other threads run, because it
+/// sets an environment variable; create further ones at any time, on any thread.
 class VirtualCard
 {
 public:
@@ -25,17 +25,17 @@ public:
         QString refuse;
         /// After so many frames the card is unplugged; never when negative.
         qint64 vanishAfter = -1;
-        /// After so many frames the card stands still; never when negative.
+        /// After so many frames the card stalls; never when negative.
         qint64 stallAfter = -1;
         /// Whether a client that writes too late gets an underrun, as on hardware. Otherwise the
         /// card waits for it, so that all sound arrives however busy the machine is.
         bool underruns = false;
 
-        /// A card that stands still after a tenth of a second at 48 kHz: no longer item ends.
+        /// A card that stalls after a tenth of a second at 48 kHz, so that longer items do not end.
         static Settings standingStill();
     };
 
-    /// Something that was done with the card.
+    /// An event of the card.
     struct Event
     {
         qint64 ns;       ///< nanoseconds of the monotonic clock
@@ -43,8 +43,8 @@ public:
         QString details; ///< may be empty
     };
 
-    /// Plugs a new card in that has played nothing yet.
-    /// @param name  letters, digits, "-" and "_"; no other living card has it
+    /// Adds a new card that has played nothing yet.
+    /// @param name  letters, digits, "-" and "_"; no other existing card has it
     explicit VirtualCard(const QString& name, const Settings& settings);
     explicit VirtualCard(const QString& name);
     ~VirtualCard();
@@ -73,9 +73,9 @@ public:
     /// All WAV files, in the order in which they were begun.
     QStringList recordPaths() const;
 
-    /// All events so far in the order in which the card took note of them.
+    /// Returns all events so far, in the order of the card's log.
     QVector<Event> events() const;
-    /// Their names alone.
+    /// Returns their names only.
     QStringList eventNames() const;
     /// Whether there was such an event.
     bool has(const QString& eventName) const;

@@ -1,4 +1,4 @@
-// Exists for its precompiled headers.
+// Compiled only for its precompiled headers.
 int main()
 {
 }

@@ -1,10 +1,10 @@
-// Copies a file into a FIFO: pipewriter FIFO FILE FIRST CHUNK PAUSE_MS TIMES HEADER SILENCE DEATH
+// Copies a file into a FIFO: pipewriter FIFO FILE FIRST CHUNK PAUSE_MS TIMES HEADER SILENCE KILL_AFTER
 //
-// The first write has FIRST bytes, all others CHUNK, each with a pause behind it; the file is
-// copied TIMES times, its first HEADER bytes only once, and SILENCE zero bytes follow. Says
-// "opened" when the FIFO has a reader and "written" when all is in it, and then holds the FIFO open
-// until its standard input ends. Ends with status 0, or with 1 and a reason on stderr. Kills itself
-// when DEATH bytes are written, unless that is negative.
+// The first write has FIRST bytes, all others CHUNK, each followed by a pause; the file is
+// copied TIMES times, its first HEADER bytes only once, and SILENCE zero bytes follow. Prints
+// "opened" when the FIFO has a reader and "written" when all data is in it, and then keeps the FIFO
+// open until its standard input ends. Exits with 0, or with 1 and a reason on stderr. Kills itself
+// after KILL_AFTER bytes, unless that is negative.
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -102,7 +102,7 @@ int main(int argc, char** argv)
             << "usage: pipewriter FIFO FILE FIRST CHUNK PAUSE_MS TIMES HEADER SILENCE DEATH\n";
         return EXIT_FAILURE;
     }
-    static_cast<void>(std::signal(SIGPIPE, SIG_IGN)); // a reader that goes is an error of write()
+    static_cast<void>(std::signal(SIGPIPE, SIG_IGN)); // without a reader, write() fails
     const Manner manner{
         number(argv[3]), number(argv[4]), std::chrono::milliseconds(number(argv[5])),
         number(argv[6]), number(argv[7]), number(argv[8])};
