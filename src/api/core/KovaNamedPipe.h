@@ -42,8 +42,7 @@ public:
     /// is accepted, and its mode is not changed. With a umask that removes permissions of the
     /// owner, the C library may need /proc for this.
     ///
-    /// @return false if there is no FIFO afterwards: another file has the name, or the FIFO cannot
-    /// be
+    /// @return false if there is no FIFO afterwards: another file has the name, or no FIFO can be
     ///         created
     bool create();
 
@@ -51,9 +50,8 @@ public:
     ///
     /// @param waitForWriter  true: blocks until a writer opens the FIFO, possibly for ever; false:
     ///                       returns immediately
-    /// @return whether the pipe is open; false if there is no such file, it cannot be read, or it
-    /// is
-    ///         no FIFO
+    /// @return whether the pipe is open; false if the file does not exist, cannot be read, or is no
+    ///         FIFO
     bool open(bool waitForWriter);
 
     /// Sets whether read() returns immediately (true) or blocks until there is data (false). May be
@@ -81,8 +79,7 @@ public:
     /// Returns the notifier that is activated when there is data, and repeatedly when the last
     /// writer has closed the pipe. It is disabled until the caller enables it.
     ///
-    /// @return the notifier, owned by the pipe and valid until close(); null if the pipe is not
-    /// open
+    /// @return the notifier, owned by the pipe and valid until close(); null if the pipe is closed
     QSocketNotifier* readNotifier();
 
 private:

@@ -85,9 +85,9 @@ Q_SIGNALS:
 
     /// Playback failed.
     /// @param token   the player's token
-    /// @param reason  a text of this library ("Not initialized", "stop failed", "Failed to push
-    ///                buffer", "Failed to flush pipeline") or GStreamer's error message in the
-    ///                language of the process ("Unknown error" when it has none)
+    /// @param reason  a text of this library ("Not initialized", "stop failed",
+    ///                "Failed to push buffer", "Failed to flush pipeline") or GStreamer's error
+    ///                message in the language of the process ("Unknown error" when it has none)
     void playbackErrorReported(const QString& token, const QString& reason);
 };
 
