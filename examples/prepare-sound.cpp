@@ -2,7 +2,8 @@
 //
 //     prepare-sound ITEM [DEVICE [SILENCE]]
 //
-// SILENCE is a file with a moment of silence in the format of the item. It is not needed for WAV.
+// Each format has its own demuxer and decoder. The WAV file in this program prepares WAV items;
+// SILENCE is a file that prepares another format:
 //
 //     sox -n -r 48000 -c 2 silence.ogg trim 0 0.01
 //     prepare-sound chime.ogg default silence.ogg
@@ -10,16 +11,15 @@
 #include "play.h"
 
 #include <QtCore/QEventLoop>
-#include <QtCore/QFile>
+#include <simplePlayer/DataSimplePlayer.h>
 #include <simplePlayer/UriSimplePlayer.h>
 
-static QByteArray readFile(const QString& path)
+static SimplePlayer* makeSilence(const QStringList& arguments)
 {
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly)) {
-        qFatal("%s cannot be read", qPrintable(path));
+    if (arguments.size() < 4) {
+        return new DataSimplePlayer(silentWav(), "silence", "null");
     }
-    return file.readAll();
+    return new UriSimplePlayer(arguments[3], "silence", "null");
 }
 
 int main(int argc, char** argv)
@@ -29,11 +29,11 @@ int main(int argc, char** argv)
     if (arguments.size() < 2) {
         qFatal("usage: prepare-sound ITEM [DEVICE [SILENCE]]");
     }
-    // A program does this while it starts up. An application in its event loop need not wait here.
+    // A real program continues with its own start instead of waiting here.
     QEventLoop preparing;
-    DataSimplePlayer* silence =
-        prepareSound(arguments.size() > 3 ? readFile(arguments[3]) : silentWav());
+    SimplePlayer* silence = makeSilence(arguments);
     QObject::connect(silence, &QObject::destroyed, &preparing, &QEventLoop::quit);
+    prepareSound(silence);
     preparing.exec();
 
     UriSimplePlayer player(arguments[1], "the item", arguments.value(2, "default"));

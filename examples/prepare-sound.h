@@ -1,6 +1,6 @@
 // Takes the delay off the first sound of a process. The first playback loads GStreamer's plug-ins
-// and reads ALSA's configuration; prepareSound() has a moment of silence do that in advance.
-#include <simplePlayer/DataSimplePlayer.h>
+// and reads ALSA's configuration; a moment of silence on ALSA's device "null" does that in advance.
+#include <simplePlayer/SimplePlayerInterface.h>
 
 #include <QtCore/QByteArray>
 
@@ -13,17 +13,13 @@ inline QByteArray silentWav()
     return QByteArray(header, sizeof header - 1) + QByteArray(0x780, '\0');
 }
 
-/// Plays silence on ALSA's device "null", which needs no sound card. Requires an event loop.
-/// @param silence  a short sound file in the format of the items to come: each format has a demuxer
-///                 and a decoder of its own
-/// @return the player, which deletes itself when everything is prepared
-inline DataSimplePlayer* prepareSound(const QByteArray& silence, QObject* parent = nullptr)
+/// Plays silence, which takes some milliseconds of the event loop.
+/// @param silence  a player for the device "null". It deletes itself when everything is loaded
+inline void prepareSound(SimplePlayer* silence)
 {
-    auto* player = new DataSimplePlayer(silence, "silence", "null", parent);
-    QObject::connect(player, &SimplePlayer::playbackEnded, player, &QObject::deleteLater);
-    QObject::connect(player, &SimplePlayer::playbackErrorReported, player, &QObject::deleteLater);
-    if (!player->startPlayback()) {
-        player->deleteLater();
+    QObject::connect(silence, &SimplePlayer::playbackEnded, silence, &QObject::deleteLater);
+    QObject::connect(silence, &SimplePlayer::playbackErrorReported, silence, &QObject::deleteLater);
+    if (!silence->startPlayback()) {
+        silence->deleteLater();
     }
-    return player;
 }

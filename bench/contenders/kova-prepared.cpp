@@ -3,35 +3,33 @@
 #include "KovaPlayback.h"
 
 #include <prepare-sound.h>
+#include <simplePlayer/DataSimplePlayer.h>
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QDir>
 #include <QtCore/QEventLoop>
-#include <QtCore/QFile>
 #include <QtCore/QFileInfo>
 
-/// Silence in the format of an item: a file beside the item, except for WAV.
-static QByteArray silenceFor(const QFileInfo& item)
+/// Plays silence and waits until everything is loaded.
+static void prepareAndWait(SimplePlayer* silence)
 {
-    if (item.suffix() == QLatin1String("wav")) {
-        return silentWav();
-    }
-    QFile file(item.dir().filePath(QStringLiteral("silence.") + item.suffix()));
-    if (!file.open(QIODevice::ReadOnly)) {
-        qFatal("%s cannot be read", qPrintable(file.fileName()));
-    }
-    return file.readAll();
+    QEventLoop preparing;
+    QObject::connect(silence, &QObject::destroyed, &preparing, &QEventLoop::quit);
+    prepareSound(silence);
+    preparing.exec();
 }
 
 void contender::begin(int& argc, char** argv)
 {
     static QCoreApplication application(argc, argv);
     setUpLog();
-    QEventLoop preparing;
+    const QString silence = QStringLiteral("silence");
+    const QString device = QStringLiteral("null");
+    prepareAndWait(new DataSimplePlayer(silentWav(), silence, device));
+    // The file beside the item is in the item's format, and prepares the player of files, too.
     const QFileInfo item(QCoreApplication::arguments().at(2));
-    QObject::connect(prepareSound(silenceFor(item)), &QObject::destroyed, &preparing,
-                     &QEventLoop::quit);
-    preparing.exec();
+    prepareAndWait(
+        new UriSimplePlayer(item.dir().filePath("silence." + item.suffix()), silence, device));
 }
 
 std::unique_ptr<Playback> contender::prepare(const std::string& item, const std::string& device,

@@ -185,6 +185,7 @@ class Fixture:
         own = {
             "ALSA_CONFIG_PATH": str(card.configuration),
             "GST_REGISTRY": str(self.results / "registry.bin"),
+            "KOVA_BENCH_CARD": str(self.plugin),
             "LC_ALL": "C",
         }
         return kept | own | ({"KOVA_BENCH_TRACE": "1"} if trace else {})
