@@ -32,8 +32,9 @@ def check(fixture):
 
 
 def check_instructions(fixture, verdict):
-    ours, our_further = count_instructions(fixture, "kova")
-    bare, bare_further = count_instructions(fixture, "bare-qt")
+    (ours, our_further), (bare, bare_further) = fixture.in_parallel(
+        lambda name: count_instructions(fixture, name), ("kova", "bare-qt")
+    )
     print(f"     whole process, with the dynamic linker: {ours.all / bare.all:.3f} x bare-qt")
     verdict.at_most(
         "instructions of the process without the dynamic linker's",

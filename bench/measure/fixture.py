@@ -6,6 +6,7 @@ import shutil
 import subprocess
 import threading
 import time
+from concurrent.futures import ThreadPoolExecutor
 from contextlib import contextmanager
 from dataclasses import dataclass, field
 
@@ -133,8 +134,7 @@ class Fixture:
     def __init__(self, tree, rounds, only=None):
         self.tree = tree
         self.rounds = rounds
-        self.some = max(1, rounds // 2)  # for slow measurements
-        self.few = max(1, rounds // 4)  # for values that vary little
+        self.few = max(1, rounds // 3)  # for slow measurements and values that vary little
         self.build = tree / "build/bench"
         self.plugin = self.build / "lib/libasound_module_pcm_virtualcard.so"
         self.results = self.build / "results"
@@ -245,7 +245,7 @@ class Fixture:
 
     def run_stream(self, name, card, item, wrapper=()):
         """Plays an item that is written into a named pipe as fast as the program reads it."""
-        pipe = self.results / "pipe"
+        pipe = card.folder / "pipe"
         pipe.unlink(missing_ok=True)
         os.mkfifo(pipe)
         process, begun = self.launch(name, card, "sequence", pipe, 1, wrapper=wrapper)
@@ -255,17 +255,27 @@ class Fixture:
 
     def instructions(self, name, mode, item, count, trace=False):
         """The instructions of a whole process, in all threads."""
+        folder = f"cards-{name}-{trace}"
         run = lambda wrapper: self.run(  # noqa: E731
-            name, Card(self), mode, item, count, wrapper=wrapper, trace=trace
+            name, Card(self, folder=folder), mode, item, count, wrapper=wrapper, trace=trace
         )
-        return self.counting(run)
+        return self.counting(run, folder)
+
+    @staticmethod
+    def in_parallel(function, *arguments):
+        """Calls a function for each argument, on all processors. Only for results that do not depend on
+        the load of the machine."""
+        with ThreadPoolExecutor(os.cpu_count()) as pool:
+            return list(pool.map(function, *arguments))
 
     def stream_instructions(self, name, item):
-        return self.counting(lambda wrapper: self.run_stream(name, Card(self), item, wrapper))
+        folder = f"cards-{name}-{item.stem}"
+        card = Card(self, folder=folder)
+        return self.counting(lambda wrapper: self.run_stream(name, card, item, wrapper), folder)
 
-    def counting(self, run):
+    def counting(self, run, folder):
         """Calls `run` with the command of callgrind, to put before the command of the program."""
-        counts = self.results / "callgrind.out"
+        counts = self.results / folder / "callgrind.out"
         run(["valgrind", "--tool=callgrind", f"--callgrind-out-file={counts}"])
         return Instructions(counts.read_text().splitlines())
 
