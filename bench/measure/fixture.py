@@ -85,7 +85,9 @@ class Run:
 class Card:
     """Virtual sound cards. Each logs what happens to it, with the times."""
 
-    def __init__(self, fixture, names=("default",), speed=1, *options, folder="cards", record=False):
+    def __init__(
+        self, fixture, names=("default",), speed=1, *options, folder="cards", record=False
+    ):
         self.folder = fixture.results / folder
         self.folder.mkdir(exist_ok=True)
         self.names = names
@@ -263,8 +265,8 @@ class Fixture:
 
     @staticmethod
     def in_parallel(function, *arguments):
-        """Calls a function for each argument, on all processors. Only for results that do not depend on
-        the load of the machine."""
+        """Calls a function for each argument, on all processors. Only for results that do not depend
+        on the load of the machine."""
         with ThreadPoolExecutor(os.cpu_count()) as pool:
             return list(pool.map(function, *arguments))
 

@@ -1,4 +1,4 @@
-"""The measurements. Contenders take turns, so that other load on the machine affects all of them."""
+"""The measurements. Contenders take turns, so that other load on the machine affects them all."""
 import math
 import time
 
@@ -124,7 +124,8 @@ def cpu(fixture, report):
         table = Table(f"cpu-{kind}", kind.upper(), "ms", "bare-qt")
         names = fixture.able(kind)
         for _ in range(fixture.few):
-            base, whole = (at_once(fixture, names, it) for it in (fixture.items.formats(1)[kind], item))
+            base = at_once(fixture, names, fixture.items.formats(1)[kind])
+            whole = at_once(fixture, names, item)
             for name in (name for name in names if name in base and name in whole):
                 table.add(name, (whole[name].cpu - base[name].cpu) / 5 * 1000)
         tables.append(table)

@@ -33,7 +33,8 @@ def machine(fixture):
     """One paragraph on the machine and the versions."""
     return (
         f"{processor()}, {os.cpu_count()} cores, {platform.machine()}; Linux "
-        f"{platform.release().partition('-')[0]}; GStreamer {version('gstreamer-1.0')}, Qt {version('Qt5Core')}, "
+        f"{platform.release().partition('-')[0]}; GStreamer {version('gstreamer-1.0')}, "
+        f"Qt {version('Qt5Core')}, "
         f"ALSA {version('alsa')}, log4cplus {version('log4cplus')}. {fixture.rounds} rounds; "
         f"{fixture.few} for values that vary little. Each cell is the median (lower … upper quartile) "
         "and its ratio to the median of the baseline.\n"

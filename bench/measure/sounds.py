@@ -41,8 +41,8 @@ def sounds(events, record):
 
 
 def sessions(events):
-    """The events from each opening of the card to its closing, or to the end of the process. Sessions
-    that only query the card, without a set-up, are left out."""
+    """The events from each opening of the card to its closing, or to the end of the process.
+    Sessions that only query the card, without a set-up, are left out."""
     found = []
     for event in events:
         if event[1] == "open":
