@@ -2,6 +2,8 @@
 #define UNIT_TEST_ENGINE_H
 
 #include "kit/GstFaults.h"
+#include "kit/LogCapture.h"
+#include "kit/Outcomes.h"
 #include "kit/Waiting.h"
 
 #include <simplePlayer/SimplePlayerInterface_p.h>
@@ -36,7 +38,7 @@ public:
     using SimplePlayerImpl::player;
     using SimplePlayerImpl::token;
 
-    /// What initPipeline() does; without a change of it, silence is played for ever.
+    /// What initPipeline() does. The default plays silence for ever.
     std::function<bool(GstElement* bin)> build = addEndlessSource;
     /// What restartPlayback() does; empty calls the base.
     std::function<bool()> restart;
@@ -86,6 +88,25 @@ public:
     TestEngine* engine;
 };
 
+/// A player with its log and its outcomes.
+struct EngineFixture
+{
+    LogCapture log;
+    TestPlayer player;
+    Outcomes outcomes{&player};
+    TestEngine& engine = *player.engine;
+};
+
+/// An error message as an element posts it.
+/// @param source  may be null
+inline GstMessage* errorMessage(GstObject* source, const char* text)
+{
+    GError* error = g_error_new_literal(GST_STREAM_ERROR, GST_STREAM_ERROR_FAILED, text);
+    GstMessage* message = gst_message_new_error(source, error, "details");
+    g_error_free(error);
+    return message;
+}
+
 /// The current state of a pipeline once all asynchronous state changes are done.
 inline GstState settledState(GstElement* pipeline)
 {
@@ -94,7 +115,7 @@ inline GstState settledState(GstElement* pipeline)
     return state;
 }
 
-/// Entry and leave lines of the engines as they stand in a LogCapture.
+/// Entry and leave lines of the engines in a LogCapture.
 inline QString enterLine(const char* level, const char* function, const char* details)
 {
     return QStringLiteral("%1 Enter SimplePlayer %2: %3").arg(level, function, details);

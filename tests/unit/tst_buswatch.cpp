@@ -35,12 +35,12 @@ private Q_SLOTS:
     void errorThenEndOfStreamReportsTheError();
 
     void stateChangeOfThePipelineIsLogged();
-    void stateChangeInsideThePipelineLeavesNoTrace();
-    void stateChangeWithoutSourceLeavesNoTrace();
+    void stateChangeInsideThePipelineIsIgnored();
+    void stateChangeWithoutSourceIsIgnored();
     void realStartLogsThreeStateChanges();
 
-    void otherMessagesLeaveNoTrace_data();
-    void otherMessagesLeaveNoTrace();
+    void otherMessagesAreIgnored_data();
+    void otherMessagesAreIgnored();
     void watchAlwaysStaysInstalled();
     void watchForwardsToItsEngine();
 
@@ -50,7 +50,6 @@ private Q_SLOTS:
 private:
     /// Hands a message to the watch as the bus would; takes the reference.
     void handle(GstMessage* message);
-    static GstMessage* errorMessage(GstObject* source, const char* text);
     GstObject* pipeline() const { return GST_OBJECT(player->engine->pipeline); }
 
     std::unique_ptr<LogCapture> log;
@@ -87,14 +86,6 @@ void TestBusWatch::handle(GstMessage* message)
     gst_message_unref(message);
 }
 
-GstMessage* TestBusWatch::errorMessage(GstObject* source, const char* text)
-{
-    GError* error = g_error_new_literal(GST_STREAM_ERROR, GST_STREAM_ERROR_FAILED, text);
-    GstMessage* message = gst_message_new_error(source, error, "never logged");
-    g_error_free(error);
-    return message;
-}
-
 void TestBusWatch::errorReleasesThePipelineAndReportsItsText()
 {
     handle(errorMessage(pipeline(), "it broke"));
@@ -123,7 +114,7 @@ void TestBusWatch::errorWithoutTextIsUnknown()
 {
     QFETCH(bool, hasError);
     QFETCH(bool, hasText);
-    // GLib refuses to make such errors, but nothing keeps an element from posting one.
+    // GLib refuses to make such errors, but an element can still post one.
     GError* error = nullptr;
     if (hasError) {
         error = g_error_new_literal(GST_STREAM_ERROR, GST_STREAM_ERROR_FAILED, "");
@@ -167,7 +158,7 @@ void TestBusWatch::errorRemovesTheWatch()
 {
     GstBus* bus = gst_element_get_bus(player->engine->pipeline);
     handle(errorMessage(nullptr, "broken"));
-    // The bus is flushing by now; open it again to see that nobody watches it any more.
+    // The bus is flushing by now; open it again to see that it has no watch any more.
     gst_bus_set_flushing(bus, FALSE);
     gst_bus_post(bus, errorMessage(nullptr, "late"));
     QCoreApplication::processEvents();
@@ -271,7 +262,7 @@ void TestBusWatch::stateChangeOfThePipelineIsLogged()
                              .arg(name)});
 }
 
-void TestBusWatch::stateChangeInsideThePipelineLeavesNoTrace()
+void TestBusWatch::stateChangeInsideThePipelineIsIgnored()
 {
     GstElement* inner = gst_element_factory_make("fakesink", nullptr);
     gst_bin_add(GST_BIN(player->engine->pipeline), inner);
@@ -280,7 +271,7 @@ void TestBusWatch::stateChangeInsideThePipelineLeavesNoTrace()
     QCOMPARE(log->lines(), QStringList());
 }
 
-void TestBusWatch::stateChangeWithoutSourceLeavesNoTrace()
+void TestBusWatch::stateChangeWithoutSourceIsIgnored()
 {
     handle(gst_message_new_state_changed(nullptr, GST_STATE_NULL, GST_STATE_READY,
                                          GST_STATE_VOID_PENDING));
@@ -311,7 +302,7 @@ void TestBusWatch::realStartLogsThreeStateChanges()
     QCOMPARE(log->texts("TRACE").filter("GStreamer state change:"), QStringList());
 }
 
-void TestBusWatch::otherMessagesLeaveNoTrace_data()
+void TestBusWatch::otherMessagesAreIgnored_data()
 {
     QTest::addColumn<int>("type");
     QTest::newRow("warning") << int(GST_MESSAGE_WARNING);
@@ -325,7 +316,7 @@ void TestBusWatch::otherMessagesLeaveNoTrace_data()
     QTest::newRow("request state") << int(GST_MESSAGE_REQUEST_STATE);
 }
 
-void TestBusWatch::otherMessagesLeaveNoTrace()
+void TestBusWatch::otherMessagesAreIgnored()
 {
     QFETCH(int, type);
     handle(gst_message_new_custom(static_cast<GstMessageType>(type), pipeline(), nullptr));

@@ -2,6 +2,7 @@
 #include "unit/TestEngine.h"
 
 #include "kit/Outcomes.h"
+#include "kit/SourceEngine.h"
 #include "kit/TestMain.h"
 #include "kit/TestProcess.h"
 
@@ -9,7 +10,6 @@
 #include <simplePlayer/StreamSimplePlayer.h>
 #include <simplePlayer/UriSimplePlayer.h>
 
-#include <QtCore/QMetaMethod>
 #include <QtCore/QThread>
 #include <QtTest/QtTest>
 
@@ -17,7 +17,7 @@
 #include <memory>
 #include <utility>
 
-/// What clients see of the players, and the binary interface: meta-objects, virtual slots, layout.
+/// What clients see of a player without an item: its parent, its members, FakePlayer.
 class TestInterface : public QObject
 {
     Q_OBJECT
@@ -30,46 +30,13 @@ private Q_SLOTS:
     void fakePlayerMayBeDeletedInItsSlot();
     void playersHaveTheParentTheyAreGiven();
 
-    void metaObjectOfSimplePlayerHasThreeSignals();
-    void metaObjectOfTheEngineHasOneSignalAndOnePrivateSlot();
-    void frontClassesHaveNoMethodsOfTheirOwn();
-    void dataClassesHaveNoMethodsOfTheirOwn();
-    void streamPlayerHasTwoPrivateSlotsInItsEngine();
-    void virtualFunctionsFollowThoseOfQObjectInOrder();
-    void classesAddNoVirtualFunctionsOfTheirOwn();
     void constructorsSetEveryMember();
-    void membersStandInOrder();
-    void classSizesAreThoseOfTheirMembers();
 };
 
 namespace {
 
-/// The number of a virtual function in its class's table, from the pointer to it: the Itanium ABI
-/// stores the byte offset in the table, plus one where function addresses leave that bit free.
-template <typename Function>
-std::size_t virtualSlot(Function function)
-{
-    std::uintptr_t offset = 0;
-    std::memcpy(&offset, &function, sizeof offset);
-    return offset / sizeof(void*);
-}
-
-/// Adds one virtual function to a class: it takes the first slot that the class left free.
-template <typename Base>
-class Extended : public Base
-{
-public:
-    virtual void added() = 0;
-};
-
-template <typename Base>
-std::size_t firstFreeSlot()
-{
-    return virtualSlot(&Extended<Base>::added);
-}
-
 /// An object in memory whose every byte was one, so that a flag which its constructor forgot is
-/// true, and a pointer not null.
+/// true, and a pointer is not null.
 template <typename Object>
 class OverOnes
 {
@@ -95,35 +62,12 @@ private:
     Object* object;
 };
 
-template <typename Object, typename Member>
-std::size_t offsetIn(const Object& object, const Member& member)
-{
-    return static_cast<std::size_t>(reinterpret_cast<const char*>(&member) -
-                                    reinterpret_cast<const char*>(&object));
-}
-
-/// The second member of every player, which nobody reads.
+/// The second member of every player, which is never read.
 quint32 reservedWord(const SimplePlayer& player)
 {
     quint32 word = 1;
     std::memcpy(&word, reinterpret_cast<const char*>(&player) + sizeof(QObject) + 4, sizeof word);
     return word;
-}
-
-/// Whether a class's meta-object adds nothing but methods to the one of its base.
-bool addsOnlyMethods(const QMetaObject& meta)
-{
-    return meta.propertyCount() == meta.propertyOffset() &&
-           meta.enumeratorCount() == meta.enumeratorOffset() &&
-           meta.classInfoCount() == meta.classInfoOffset() && meta.constructorCount() == 0;
-}
-
-QByteArray describe(const QMetaMethod& method)
-{
-    static const char* const types[] = {"method", "signal", "slot", "constructor"};
-    static const char* const accesses[] = {"private", "protected", "public"};
-    return QByteArray(accesses[method.access()]) + ' ' + types[method.methodType()] + ' ' +
-           method.methodSignature() + ' ' + method.parameterNames().join(',');
 }
 
 } // namespace
@@ -186,125 +130,13 @@ void TestInterface::playersHaveTheParentTheyAreGiven()
 {
     QObject parent;
     QCOMPARE((new FakePlayer(QStringLiteral("T"), &parent))->parent(), &parent);
-    QCOMPARE((new UriSimplePlayer(QString(), QStringLiteral("T"), QString(), &parent))->parent(),
-             &parent);
-    QCOMPARE((new DataSimplePlayer("data", QStringLiteral("T"), QString(), &parent))->parent(),
-             &parent);
-    QCOMPARE((new StreamSimplePlayer(QString(), QString(), QStringLiteral("T"), QString(), &parent))
-                 ->parent(),
-             &parent);
-}
-
-void TestInterface::metaObjectOfSimplePlayerHasThreeSignals()
-{
-    const QMetaObject& meta = SimplePlayer::staticMetaObject;
-    QCOMPARE(meta.className(), "SimplePlayer");
-    QCOMPARE(meta.superClass(), &QObject::staticMetaObject);
-    QCOMPARE(meta.methodCount() - meta.methodOffset(), 3);
-    QVERIFY(addsOnlyMethods(meta));
-    QCOMPARE(describe(meta.method(meta.methodOffset())),
-             "public signal playbackEnded(QString) token");
-    QCOMPARE(describe(meta.method(meta.methodOffset() + 1)),
-             "public signal playbackStopped(QString) token");
-    QCOMPARE(describe(meta.method(meta.methodOffset() + 2)),
-             "public signal playbackErrorReported(QString,QString) token,reason");
-}
-
-void TestInterface::metaObjectOfTheEngineHasOneSignalAndOnePrivateSlot()
-{
-    const QMetaObject& meta = SimplePlayerImpl::staticMetaObject;
-    QCOMPARE(meta.className(), "SimplePlayerImpl");
-    QCOMPARE(meta.superClass(), &QObject::staticMetaObject);
-    QVERIFY(addsOnlyMethods(meta));
-    QCOMPARE(meta.methodCount() - meta.methodOffset(), 2);
-    QCOMPARE(describe(meta.method(meta.methodOffset())),
-             "public signal sendPlaybackEnded(bool,QString) stop,msg");
-    QCOMPARE(describe(meta.method(meta.methodOffset() + 1)),
-             "private slot on_sendPlaybackEnded(bool,QString) stop,error");
-}
-
-void TestInterface::frontClassesHaveNoMethodsOfTheirOwn()
-{
-    const QMetaObject& front = UriSimplePlayer::staticMetaObject;
-    QCOMPARE(front.className(), "UriSimplePlayer");
-    QCOMPARE(front.superClass(), &SimplePlayer::staticMetaObject);
-    QCOMPARE(front.methodCount(), front.methodOffset());
-    QVERIFY(addsOnlyMethods(front));
-
-    const QMetaObject& engine = UriSimplePlayerImpl::staticMetaObject;
-    QCOMPARE(engine.className(), "UriSimplePlayerImpl");
-    QCOMPARE(engine.superClass(), &SimplePlayerImpl::staticMetaObject);
-    QCOMPARE(engine.methodCount(), engine.methodOffset());
-    QVERIFY(addsOnlyMethods(engine));
-
-    QCOMPARE(FakePlayer(QString()).metaObject()->className(), "SimplePlayer");
-}
-
-void TestInterface::dataClassesHaveNoMethodsOfTheirOwn()
-{
-    const QMetaObject& front = DataSimplePlayer::staticMetaObject;
-    QCOMPARE(front.className(), "DataSimplePlayer");
-    QCOMPARE(front.superClass(), &SimplePlayer::staticMetaObject);
-    QCOMPARE(front.methodCount(), front.methodOffset());
-    QVERIFY(addsOnlyMethods(front));
-
-    const QMetaObject& engine = DataSimplePlayerImpl::staticMetaObject;
-    QCOMPARE(engine.className(), "DataSimplePlayerImpl");
-    QCOMPARE(engine.superClass(), &SimplePlayerImpl::staticMetaObject);
-    QCOMPARE(engine.methodCount(), engine.methodOffset());
-    QVERIFY(addsOnlyMethods(engine));
-}
-
-void TestInterface::streamPlayerHasTwoPrivateSlotsInItsEngine()
-{
-    const QMetaObject& front = StreamSimplePlayer::staticMetaObject;
-    QCOMPARE(front.className(), "StreamSimplePlayer");
-    QCOMPARE(front.superClass(), &SimplePlayer::staticMetaObject);
-    QCOMPARE(front.methodCount(), front.methodOffset());
-    QVERIFY(addsOnlyMethods(front));
-
-    const QMetaObject& engine = StreamSimplePlayerImpl::staticMetaObject;
-    QCOMPARE(engine.className(), "StreamSimplePlayerImpl");
-    QCOMPARE(engine.superClass(), &SimplePlayerImpl::staticMetaObject);
-    QVERIFY(addsOnlyMethods(engine));
-    QCOMPARE(engine.methodCount() - engine.methodOffset(), 2);
-    QCOMPARE(describe(engine.method(engine.methodOffset())),
-             "private slot on_readPipeNotifier_activated(int) sock");
-    QCOMPARE(describe(engine.method(engine.methodOffset() + 1)),
-             "private slot on_receiveNewData(bool) enable");
-}
-
-void TestInterface::virtualFunctionsFollowThoseOfQObjectInOrder()
-{
-    // Twelve slots of QObject: three of its meta-object, two destructors, seven event functions.
-    QCOMPARE(virtualSlot(&SimplePlayer::startPlayback), 12U);
-    QCOMPARE(virtualSlot(&SimplePlayer::pausePlayback), 13U);
-    QCOMPARE(virtualSlot(&SimplePlayer::stopPlayback), 14U);
-
-    QCOMPARE(virtualSlot(&SimplePlayerImpl::startPlayback), 12U);
-    QCOMPARE(virtualSlot(&SimplePlayerImpl::pausePlayback), 13U);
-    QCOMPARE(virtualSlot(&SimplePlayerImpl::stopPlayback), 14U);
-    QCOMPARE(virtualSlot(&SimplePlayerImpl::initPipeline), 15U);
-    QCOMPARE(virtualSlot(&SimplePlayerImpl::restartPlayback), 16U);
-    QCOMPARE(virtualSlot(&UriSimplePlayerImpl::initPipeline), 15U);
-    QCOMPARE(virtualSlot(&UriSimplePlayerImpl::restartPlayback), 16U);
-    QCOMPARE(virtualSlot(&DataSimplePlayerImpl::initPipeline), 15U);
-    QCOMPARE(virtualSlot(&StreamSimplePlayerImpl::stopPlayback), 14U);
-    QCOMPARE(virtualSlot(&StreamSimplePlayerImpl::initPipeline), 15U);
-}
-
-void TestInterface::classesAddNoVirtualFunctionsOfTheirOwn()
-{
-    QCOMPARE(firstFreeSlot<SimplePlayer>(), 15U);
-    QCOMPARE(firstFreeSlot<FakePlayer>(), 15U);
-    QCOMPARE(firstFreeSlot<UriSimplePlayer>(), 15U);
-    QCOMPARE(firstFreeSlot<DataSimplePlayer>(), 15U);
-    QCOMPARE(firstFreeSlot<StreamSimplePlayer>(), 15U);
-
-    QCOMPARE(firstFreeSlot<SimplePlayerImpl>(), 17U);
-    QCOMPARE(firstFreeSlot<UriSimplePlayerImpl>(), 17U);
-    QCOMPARE(firstFreeSlot<DataSimplePlayerImpl>(), 17U);
-    QCOMPARE(firstFreeSlot<StreamSimplePlayerImpl>(), 17U);
+    const Item item{QByteArray("data")};
+    for (const Source* source : Source::all()) {
+        const SimplePlayer* player =
+            source->makePlayer(item, QStringLiteral("T"), QString(), &parent);
+        QCOMPARE(player->parent(), &parent);
+        QCOMPARE(engineOf(*player)->parent(), player);
+    }
 }
 
 void TestInterface::constructorsSetEveryMember()
@@ -338,65 +170,6 @@ void TestInterface::constructorsSetEveryMember()
                                             &streamFront);
     QCOMPARE(stream->streamPlayer, &streamFront);
     QVERIFY(!stream->pipe);
-}
-
-void TestInterface::membersStandInOrder()
-{
-    const FakePlayer fake(QStringLiteral("T"));
-    QCOMPARE(offsetIn(fake, fake.loop), sizeof(QObject));
-
-    const TestPlayer player;
-    const TestEngine& engine = *player.engine;
-    const std::size_t word = sizeof(void*);
-    QCOMPARE(offsetIn(engine, engine.player), sizeof(QObject));
-    QCOMPARE(offsetIn(engine, engine.pipeline), sizeof(QObject) + word);
-    QCOMPARE(offsetIn(engine, engine.token), sizeof(QObject) + 2 * word);
-    QCOMPARE(offsetIn(engine, engine.device), sizeof(QObject) + 3 * word);
-    QCOMPARE(offsetIn(engine, engine.initialized), sizeof(QObject) + 4 * word);
-    QCOMPARE(offsetIn(engine, engine.endReported), sizeof(QObject) + 4 * word + 1);
-
-    UriSimplePlayer front(QString(), QStringLiteral("T"), QString());
-    const OpenUriEngine uriEngine(QString(), QStringLiteral("T"), QString(), &front);
-    QCOMPARE(offsetIn(uriEngine, uriEngine.uriPlayer), sizeof(SimplePlayerImpl));
-    QCOMPARE(offsetIn(uriEngine, uriEngine.uriDecodeBin), sizeof(SimplePlayerImpl) + word);
-    QCOMPARE(offsetIn(uriEngine, uriEngine.queue), sizeof(SimplePlayerImpl) + 2 * word);
-    QCOMPARE(offsetIn(uriEngine, uriEngine.sink), sizeof(SimplePlayerImpl) + 3 * word);
-    QCOMPARE(offsetIn(uriEngine, uriEngine.uri), sizeof(SimplePlayerImpl) + 4 * word);
-
-    DataSimplePlayer dataFront("data", QStringLiteral("T"), QString());
-    const OpenDataEngine dataEngine("data", QStringLiteral("T"), QString(), &dataFront);
-    QCOMPARE(offsetIn(dataEngine, dataEngine.dataPlayer), sizeof(SimplePlayerImpl));
-    QCOMPARE(offsetIn(dataEngine, dataEngine.appsrc), sizeof(SimplePlayerImpl) + word);
-    QCOMPARE(offsetIn(dataEngine, dataEngine.decodebin), sizeof(SimplePlayerImpl) + 2 * word);
-    QCOMPARE(offsetIn(dataEngine, dataEngine.queue), sizeof(SimplePlayerImpl) + 3 * word);
-    QCOMPARE(offsetIn(dataEngine, dataEngine.sink), sizeof(SimplePlayerImpl) + 4 * word);
-    QCOMPARE(offsetIn(dataEngine, dataEngine.data), sizeof(SimplePlayerImpl) + 5 * word);
-    const std::size_t behindData = sizeof(SimplePlayerImpl) + 6 * word;
-    QCOMPARE(offsetIn(dataEngine, dataEngine.offset),
-             (behindData + alignof(quint64) - 1) / alignof(quint64) * alignof(quint64));
-
-    StreamSimplePlayer streamFront(QString(), QString(), QStringLiteral("T"), QString());
-    const OpenStreamEngine stream(QString(), QString(), QStringLiteral("T"), QString(),
-                                  &streamFront);
-    QCOMPARE(offsetIn(stream, stream.streamPlayer), sizeof(SimplePlayerImpl));
-    QCOMPARE(offsetIn(stream, stream.appsrc), sizeof(SimplePlayerImpl) + word);
-    QCOMPARE(offsetIn(stream, stream.decodebin), sizeof(SimplePlayerImpl) + 2 * word);
-    QCOMPARE(offsetIn(stream, stream.queue), sizeof(SimplePlayerImpl) + 3 * word);
-    QCOMPARE(offsetIn(stream, stream.sink), sizeof(SimplePlayerImpl) + 4 * word);
-    QCOMPARE(offsetIn(stream, stream.caps), sizeof(SimplePlayerImpl) + 5 * word);
-    QCOMPARE(offsetIn(stream, stream.pipeName), sizeof(SimplePlayerImpl) + 6 * word);
-    QCOMPARE(offsetIn(stream, stream.pipe), sizeof(SimplePlayerImpl) + 7 * word);
-}
-
-void TestInterface::classSizesAreThoseOfTheirMembers()
-{
-    QCOMPARE(sizeof(SimplePlayer), sizeof(QObject) + 8);
-    QCOMPARE(sizeof(FakePlayer), sizeof(SimplePlayer) + sizeof(QString));
-    QCOMPARE(sizeof(UriSimplePlayer), sizeof(SimplePlayer) + sizeof(void*));
-    QCOMPARE(sizeof(DataSimplePlayer), sizeof(SimplePlayer) + sizeof(void*));
-    QCOMPARE(sizeof(StreamSimplePlayer), sizeof(SimplePlayer) + sizeof(void*));
-    QCOMPARE(sizeof(StreamSimplePlayerImpl), sizeof(SimplePlayerImpl) + 8 * sizeof(void*));
-    QCOMPARE(sizeof(UriSimplePlayerImpl), sizeof(SimplePlayerImpl) + 5 * sizeof(void*));
 }
 
 KOVA_TEST(TestInterface)
