@@ -5,6 +5,8 @@
 #include <QtCore/QFile>
 
 #include <atomic>
+#include <cerrno>
+#include <csignal>
 #include <utility>
 
 #include <fcntl.h>
@@ -14,6 +16,7 @@
 FifoWriter::FifoWriter(const QString& fifo)
     : descriptor(::open(QFile::encodeName(fifo).constData(), O_WRONLY | O_NONBLOCK | O_CLOEXEC))
 {
+    std::signal(SIGPIPE, SIG_IGN); // write() reports that there is no reader
 }
 
 FifoWriter::~FifoWriter()
@@ -35,8 +38,9 @@ void FifoWriter::write(const QByteArray& bytes) const
 
 int FifoWriter::writeSome(const QByteArray& bytes) const
 {
-    return static_cast<int>(
-        ::write(descriptor, bytes.constData(), static_cast<std::size_t>(bytes.size())));
+    const ssize_t written =
+        ::write(descriptor, bytes.constData(), static_cast<std::size_t>(bytes.size()));
+    return written < 0 && errno == EAGAIN ? 0 : static_cast<int>(written);
 }
 
 int FifoWriter::unread() const

@@ -22,7 +22,8 @@ public:
 
     /// Writes all bytes. The test process ends when the FIFO does not take them.
     void write(const QByteArray& bytes) const;
-    /// Writes as many of the bytes as the FIFO takes. @return how many; -1 without a reader
+    /// Writes as many of the bytes as the FIFO takes. @return how many, 0 when it is full; -1
+    /// without a reader
     int writeSome(const QByteArray& bytes) const;
 
     /// How many bytes the reader has not taken yet.

@@ -9,7 +9,7 @@
 /// What this process holds at one moment.
 struct Usage
 {
-    qint64 plays = 0;       ///< how many players have lived and died so far
+    qint64 plays = 0;       ///< how many players were made and deleted so far
     qint64 descriptors = 0; ///< open files
     qint64 threads = 0;
     qint64 objects = 0;  ///< live GStreamer objects
@@ -17,22 +17,22 @@ struct Usage
     qint64 resident = 0; ///< bytes of memory that are in RAM
 };
 
-/// Lets everything settle that dead players leave to other threads, then looks.
+/// Waits until GStreamer's threads have released what deleted players used, then measures.
 Usage measureUsage(qint64 plays);
 
-/// A quantity that must not grow while players come and go.
+/// A quantity that must not grow while players are made and deleted.
 struct Quantity
 {
     const char* name;
     qint64 Usage::*value;
-    double perPlay; ///< by how much each play may let it grow
-    qint64 noise;   ///< what the other threads of a process hold more or less at any one moment
+    double perPlay; ///< by how much it may grow with each play
+    qint64 noise;   ///< by how much it varies with what other threads are doing
 };
 
 /// All quantities that are judged. The resident memory is only shown: the kernel and malloc decide
-/// when memory goes back. The heap has some play: a bare GStreamer pipeline that is made, started
-/// and dropped lets it grow by 400 bytes each time at first and by 50 after some thousands. What
-/// players without a pipeline lose would show within it, and memcheck sees single bytes.
+/// when memory is returned. The heap may grow a little: a bare GStreamer pipeline that is made,
+/// started and released lets it grow by 400 bytes each time at first and by 50 after some
+/// thousands. memcheck finds smaller leaks.
 extern const std::array<Quantity, 4> judgedQuantities;
 
 /// How much a quantity grew: the median of the last quarter of the run less that of its second one.

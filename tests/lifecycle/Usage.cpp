@@ -2,7 +2,7 @@
 
 #include "kit/GstLeaks.h"
 #include "kit/Holdings.h"
-#include "kit/PlayerProbe.h"
+#include "kit/Waiting.h"
 
 #include <QtCore/QFile>
 
@@ -27,7 +27,7 @@ static qint64 residentBytes()
 Usage measureUsage(qint64 plays)
 {
     deliverQueuedEvents();
-    const QString left = leakedGstObjects(); // waits for the threads of dead pipelines
+    const QString left = leakedGstObjects(); // waits for the threads of released pipelines
     if (!left.isEmpty()) {
         qWarning("left behind: %s", qPrintable(left));
     }
