@@ -14,7 +14,7 @@ elseif(KOVA_SANITIZER STREQUAL "tsan")
         "TSAN_OPTIONS=ignore_noninstrumented_modules=1:halt_on_error=1:second_deadlock_stack=1")
 endif()
 
-# Memcheck fails a test for an invalid access and for memory that nobody points to any more.
+# Memcheck fails a test for an invalid access and for lost memory, to which no pointer remains.
 if(KOVA_MEMCHECK)
     find_program(VALGRIND_PROGRAM valgrind)
     if(NOT VALGRIND_PROGRAM)
