@@ -124,7 +124,7 @@ class Report:
         data = "\n".join(["$rows << EOD", *rows, "EOD"])
         medians = [table.median(who) for who in table.values]
         # A logarithmic scale if a linear one would hide the small bars.
-        scale = "set logscale y" if 0 < 50 * min(medians) < max(medians) else "set yrange [0<*:*]"
+        scale = "set logscale y" if 0 < 50 * min(medians) < max(medians) else "set yrange [*<0:*]"
         self.gnuplot(
             table.name,
             f"""{data}
@@ -132,10 +132,9 @@ set title "{title}: {table.title}"
 set ylabel "{table.unit}"
 {scale}
 set xrange [-0.6:{len(rows) - 0.4}]
-set boxwidth 0.6
 set style fill solid 0.4
-plot $rows using 1:2:xtic(5) with boxes notitle, \\
-     $rows using 1:2:3:4 with yerrorbars pointtype 0 notitle
+set xtics rotate by 30 right
+plot $rows using 1:2:3:4:(0.6):xtic(5) with boxerrorbars notitle
 """,
         )
 
@@ -154,7 +153,7 @@ set title "{title}"
 set xlabel "{xlabel}"
 set ylabel "{unit}"
 set logscale xy 2
-set key left top
+set key outside
 plot {', '.join(plots)}
 """,
         )
