@@ -8,6 +8,7 @@
 #include <thread>
 
 inert::Faults inert::faults;
+int inert::seeks = 0;
 
 namespace {
 
@@ -55,6 +56,7 @@ GstStateChangeReturn changeState(GstElement* element, GstStateChange transition)
 
 gboolean sendEvent(GstElement* /*element*/, GstEvent* event)
 {
+    inert::seeks += GST_EVENT_TYPE(event) == GST_EVENT_SEEK ? 1 : 0;
     gst_event_unref(event);
     return !inert::faults.seek;
 }
@@ -83,7 +85,7 @@ void inert_element_class_init(InertElementClass* inertClass)
     elementClass->send_event = sendEvent;
     elementClass->post_message = postMessage;
     gst_element_class_set_static_metadata(elementClass, "Inert element", "Generic",
-                                          "Stands for any element", "tests");
+                                          "Replaces any element", "tests");
     addPadTemplate(elementClass, "sink", GST_PAD_SINK);
     addPadTemplate(elementClass, "src", GST_PAD_SRC);
 
@@ -152,6 +154,11 @@ void inert::registerFactories()
         gst_element_register(nullptr, name, GST_RANK_NONE, inert_element_get_type());
     }
     gst_element_register(nullptr, "appsrc", GST_RANK_NONE, inert_app_src_get_type());
+}
+
+int inert::bytesIn(GstElement* appsrc)
+{
+    return static_cast<int>(gst_app_src_get_current_level_bytes(GST_APP_SRC(appsrc)));
 }
 
 void inert::setFlushing(GstElement* appsrc, bool flushing)

@@ -3,24 +3,30 @@
 
 #include <gst/gst.h>
 
-/// Stand-ins for all elements that the engines make. They link, change state and keep their
-/// properties like the real ones, but nothing flows and no thread is started: whatever happens to a
-/// player is what the test does. Their own state changes are not posted.
+/// Replacements of all elements that the engines make. They link, change state and have the
+/// properties of the real ones, but no data flows and no thread is started: only the test acts on a
+/// player. Their own state changes are not posted.
 ///
-/// The appsrc is a real one whose task never begins. It takes whatever is pushed.
+/// The appsrc is a real one whose task never starts. It accepts and keeps what is pushed.
 namespace inert {
 
-/// Puts the stand-ins behind the factories' names for as long as the process lives. To be called
-/// once, after gst_init() without any plug-ins.
+/// Makes the factories of these elements return the replacements. Called once, after gst_init()
+/// without any plug-ins.
 void registerFactories();
 
-/// What the stand-ins refuse from now on.
+/// What the replacements refuse from now on.
 struct Faults
 {
     bool seek = false;        ///< the URI source cannot seek
     bool stateChange = false; ///< the sink refuses the next state change; cleared by that
 };
 extern Faults faults;
+
+/// How many seek events the replacements have received.
+extern int seeks;
+
+/// The bytes that were pushed into an appsrc, which keeps them.
+int bytesIn(GstElement* appsrc);
 
 /// Has an appsrc refuse what is pushed, as in a pipeline that is flushed, or take it again.
 void setFlushing(GstElement* appsrc, bool flushing);

@@ -1,22 +1,5 @@
 #include "sequences/Observation.h"
 
-#include <QtCore/QRegularExpression>
-
-Observation Observation::atAnyPace() const
-{
-    static const QRegularExpression ofStreaming(
-        "GStreamer state change: |::newPadCallback|::feedDataCallback|::seekDataCallback|"
-        "::on_receiveNewData|Cropping to size|Pushed buffer|Unable to push buffer|EOS sent");
-    Observation calm = *this;
-    calm.log.clear();
-    for (const QString& line : log) {
-        if (!line.contains(ofStreaming)) {
-            calm.log.append(line);
-        }
-    }
-    return calm;
-}
-
 QStringList Observation::text() const
 {
     static const char* const readers[] = {"none", "reading", "held", "ended"};
@@ -33,12 +16,11 @@ QStringList Observation::text() const
         QStringLiteral("end reported %1").arg(yesNo(endReported)),
         QStringLiteral("requested    %1")
             .arg(requested == GST_STATE_VOID_PENDING ? "-" : gst_element_state_get_name(requested)),
-        QStringLiteral("reader       %1").arg(readers[int(reader)])};
+        QStringLiteral("reader       %1").arg(readers[int(reader)]),
+        QStringLiteral("pushed       %1").arg(pushed),
+        QStringLiteral("seeks        %1").arg(seeks)};
     for (const QString& signal : signalsEmitted) {
         lines.append("signal       " + signal);
-    }
-    for (const QString& line : log) {
-        lines.append("log          " + line);
     }
     return lines;
 }

@@ -6,7 +6,7 @@
 
 #include <gst/gst.h>
 
-/// What can be seen of a player after a step: the model's is what must be, the player's what is.
+/// The state of a player after a step: that of the model is expected, that of the player actual.
 struct Observation
 {
     enum class Reader
@@ -18,7 +18,6 @@ struct Observation
     };
 
     int result = -1;            ///< of a call: 0 or 1, of anything else -1
-    QStringList log;            ///< "LEVEL text" of this step
     QStringList signalsEmitted; ///< of this step
 
     bool alive = true;
@@ -28,29 +27,35 @@ struct Observation
     bool endReported = false;
     GstState requested = GST_STATE_VOID_PENDING; ///< of the pipeline
     Reader reader = Reader::None;
+    int pushed = 0; ///< bytes in the appsrc, which keeps them all
+    int seeks = 0;  ///< events that the inert source has received
 
     /// Forgets what belongs to one step.
     void beginStep()
     {
         result = -1;
-        log.clear();
         signalsEmitted.clear();
     }
 
     bool operator==(const Observation& other) const
     {
-        return state() == other.state() && result == other.result && log == other.log &&
-               signalsEmitted == other.signalsEmitted;
+        return state() == other.state() && result == other.result && pushed == other.pushed &&
+               seeks == other.seeks && signalsEmitted == other.signalsEmitted;
     }
 
-    /// What is seen without the log lines that depend on the pace of GStreamer's threads.
-    Observation atAnyPace() const;
+    /// Without what depends on the threads of real elements.
+    Observation withoutStreaming() const
+    {
+        Observation copy = *this;
+        copy.pushed = copy.seeks = 0;
+        return copy;
+    }
 
-    /// One line for each thing that can be seen.
+    /// One line for each member.
     QStringList text() const;
 
 private:
-    /// What outlives the step, packed.
+    /// The members that do not belong to one step, packed.
     quint64 state() const
     {
         return quint64(alive) | quint64(pipeline) << 1 | quint64(watched) << 2 |

@@ -2,38 +2,25 @@
 
 #include <map>
 
-Sequence everydaySteps(Source source)
+static const Sequence commonSteps = "spxldrEFWCI";
+
+Sequence frequentSteps(const Source& source)
 {
-    const Sequence common = "spxldrEFWCI";
-    switch (source) {
-    case Source::Uri:
-        return common;
-    case Source::Data:
-        return common + "f";
-    case Source::Stream:
-        return common + "bgf";
-    }
-    return common;
+    return source.hasWriter         ? commonSteps + "bgf"
+           : source.reportsRefusals ? commonSteps + "f"
+                                    : commonSteps;
 }
 
-Sequence allSteps(Source source)
+Sequence allSteps(const Source& source)
 {
-    const Sequence common = everydaySteps(source) + "Umtc";
-    switch (source) {
-    case Source::Uri:
-        return common + "q";
-    case Source::Data:
-        return common + "nk";
-    case Source::Stream:
-        return common + "no";
-    }
-    return common;
+    const Sequence steps = frequentSteps(source) + "Umtc";
+    return source.hasWriter ? steps + "no" : source.reportsRefusals ? steps + "nk" : steps + "q";
 }
 
-Sequence certainSteps(Source source)
+Sequence certainSteps(const Source& source)
 {
-    // Whether a source can seek at this very moment is not certain.
-    return source == Source::Uri ? "spxdrEFWCI" : "spxldrEFWCI";
+    // Whether a source can seek at this moment is not certain.
+    return source.loops ? "spxdrEFWCI" : commonSteps;
 }
 
 std::string inWords(const Sequence& sequence)

@@ -1,15 +1,9 @@
 #ifndef TEST_SEQUENCES_STEP_H
 #define TEST_SEQUENCES_STEP_H
 
-#include <string>
+#include "kit/Source.h"
 
-/// What a player's engine gets its audio from.
-enum class Source
-{
-    Uri,
-    Data,
-    Stream,
-};
+#include <string>
 
 /// What can happen to a player: a call of its client, or an event around it. The letters make a
 /// sequence of them a word that can be typed.
@@ -23,7 +17,7 @@ enum class Step : char
     Destroy = 'd',
     RunLoop = 'r', ///< runs the event loop until nothing is left to deliver
 
-    // Messages that reach the pipeline's bus.
+    // Messages on the pipeline's bus.
     EndOfStream = 'E',
     Error = 'F',
     NamelessError = 'U', ///< one whose text is empty
@@ -31,30 +25,30 @@ enum class Step : char
     PipelineState = 'C',
     ElementState = 'I',
 
-    // What the source does, each on the thread where it happens in life.
-    Block = 'b',       ///< stream: the writer writes a block
-    WriterGone = 'g',  ///< stream: the writer closes its end
-    PushRefused = 'f', ///< stream: the appsrc refuses from now on; data: it refuses one request
+    // Events of the source, each on the thread that causes it in a real pipeline.
+    Block = 'b',       ///< with a writer: it writes a block
+    WriterGone = 'g',  ///< with a writer: it closes its end
+    PushRefused = 'f', ///< with a writer: the appsrc refuses from now on; else it refuses one push
     NeedData = 'n',
-    EnoughData = 'o', ///< stream
-    SeekData = 'k',   ///< data: the appsrc goes back to the first byte
+    EnoughData = 'o', ///< with a writer
+    SeekData = 'k',   ///< the appsrc returns to the first byte
 
     // Circumstances, each switched on or off.
-    SeekRefused = 'q',   ///< uri: the source cannot seek
+    SeekRefused = 'q',   ///< the source cannot seek
     PluginMissing = 'm', ///< no alsasink can be made
     StateRefused = 't',  ///< the sink refuses the next state change, once
-    StopInSlot = 'c',    ///< the client stops its player in the slot that learns the outcome
+    StopInSlot = 'c',    ///< the client stops its player in the slot of the outcome
 };
 
 using Sequence = std::string;
 
-/// All steps that make sense with a source: the calls and events of everyday life first.
-Sequence everydaySteps(Source source);
-Sequence allSteps(Source source);
+/// The most frequent calls and events of a source, and all of them.
+Sequence frequentSteps(const Source& source);
+Sequence allSteps(const Source& source);
 
-/// Those after which it is certain what a player does with real elements, whose threads go their
-/// own way: nothing that comes from a source.
-Sequence certainSteps(Source source);
+/// Those after which the state of a player with real elements, which have threads of their own, is
+/// certain: no events of the source.
+Sequence certainSteps(const Source& source);
 
 /// "start, run the event loop, stop"
 std::string inWords(const Sequence& sequence);

@@ -1,72 +1,67 @@
-// Every sequence of a client's calls and of events around a player, tried with real players and
-// compared with a model of them, step by step: results, states, log lines and signals.
+// Every sequence of a client's calls and of events around a player, run with real players and
+// compared with a model of them, step by step: results, states and signals.
 //
-//   tst_sequences [SOURCE] [OPTION…]    SOURCE: uri, data or stream; without it all three
-//     --length N       all sequences of 1 to N everyday steps
-//     --all-length N   all sequences of 1 to N steps of any kind
-//     --random N       N sequences of 200 steps, drawn by chance
-//     --seed S         the seed of the first of them; each further one has the next
-//     --long           --length 6 --all-length 5 --random 10000 and a new seed
-//     --real           with GStreamer's real elements and a virtual sound card: only steps after
-//                      which it is certain what the player does; --all-length is without effect
-//     --run WORD       one sequence, as a failure names it
+//   tst_sequences [SOURCE] [--real] [--run WORD]
+//     SOURCE      uri, data or stream; without it all three
+//     --real      with GStreamer's real elements and a virtual sound card: only steps after which
+//                 the state of the player is certain
+//     --run WORD  one sequence, as a failure prints it
 //
-// The long mode is one command: build/dev/bin/tst_sequences --long
-// It takes half an hour of one core, most of it for the stream.
+// With KOVA_LONG_TESTS=1 in the environment the sequences are longer, which takes half an hour of
+// one core, most of it for the stream. KOVA_SEED chooses the random sequences.
 //
-// Players are tried in a process of their own, so that a crash is a failure like any other. A
-// sequence that fails is shortened and shown as a command line that runs it alone.
-#include "sequences/Trial.h"
+// Players run in a process of their own, so that a crash is a failure like any other. A sequence
+// that fails is shortened and printed as a command line that runs it alone.
+#include "kit/Effort.h"
+#include "kit/TestProcess.h"
+#include "sequences/Comparison.h"
 
-#include <fcntl.h>
-#include <spawn.h>
-#include <sys/mman.h>
-#include <sys/wait.h>
-#include <unistd.h>
+#include <QtCore/QCommandLineParser>
+#include <QtCore/QFile>
+#include <QtCore/QProcess>
+#include <QtCore/QTextStream>
 
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
-#include <optional>
-#include <string>
-#include <utility>
-#include <vector>
+#include <unistd.h>
 
 namespace {
 
 constexpr int randomLength = 200;
-constexpr unsigned oneLifeSeconds = 300; // a life that takes so long hangs
+constexpr unsigned oneSequenceSeconds = 300; // a sequence that takes so long hangs
 
-using NamedSource = std::pair<std::string, Source>;
-const std::vector<NamedSource> sources{
-    {"uri", Source::Uri}, {"data", Source::Data}, {"stream", Source::Stream}};
-
-struct Options
+/// How many sequences are run.
+struct Extent
 {
-    std::vector<NamedSource> chosen = sources;
-    int length = 4;
-    int allLength = 3;
-    int random = 300;
-    quint32 seed = 1;
-    bool real = false;
-    std::optional<Sequence> word;
-    int current = -1; ///< set in the process that tries players: the descriptor of CurrentSequence
+    int length;    ///< of all sequences of frequent steps
+    int allLength; ///< of all sequences of steps of any kind
+    int random;    ///< how many random sequences
 };
 
-/// The sequence that is being tried, in memory that outlives the process that tries it.
+Extent extent(bool realElements)
+{
+    if (realElements) {
+        return isLongRun() ? Extent{4, 0, 30} : isSlowBuild() ? Extent{2, 0, 1} : Extent{3, 0, 3};
+    }
+    return isLongRun() ? Extent{6, 5, 10000} : isSlowBuild() ? Extent{0, 3, 50} : Extent{0, 4, 300};
+}
+
+QTextStream& out()
+{
+    static QTextStream stream(stdout);
+    return stream;
+}
+
+/// The sequence that is running, in a file that outlives the process that runs it.
 class CurrentSequence
 {
 public:
-    /// @param file  of the parent's object, or -1 to make one
-    explicit CurrentSequence(int file = -1)
-        : descriptor(file >= 0 ? file : ::memfd_create("sequence", 0))
+    explicit CurrentSequence(const QString& path) : file(path)
     {
-        if (::ftruncate(descriptor, size) != 0) {
-            std::abort();
+        if (!file.open(QIODevice::ReadWrite) || !file.resize(size) ||
+            !(memory = reinterpret_cast<char*>(file.map(0, size)))) {
+            qFatal("%s: %s", qPrintable(path), qPrintable(file.errorString()));
         }
-        memory = static_cast<char*>(
-            ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0));
     }
 
     void set(const Sequence& sequence)
@@ -75,230 +70,154 @@ public:
     }
     Sequence get() const { return memory; }
 
-    const int descriptor;
-
 private:
     static constexpr int size = 4096;
+    QFile file;
     char* memory;
 };
 
-/// The words of a command that runs this program again. In an emulator (see scripts/armhf-run) it
-/// is a shell that puts the emulator in front.
-std::vector<std::string> commandOfSelf()
-{
-    std::string path(4096, '\0');
-    const ssize_t length = ::readlink("/proc/self/exe", path.data(), path.size());
-    path.resize(length > 0 ? static_cast<std::size_t>(length) : 0);
-    if (::getenv("KOVA_EMULATOR")) {
-        return {"/bin/sh", "-c", R"(eval exec "$KOVA_EMULATOR" '"$0" "$@"')", path};
-    }
-    return {path};
-}
+// ---- In the process that runs players ----------------------------------------------------------
 
-/// Runs this program in another process. @return whether it succeeds
-bool runSelf(std::vector<std::string> arguments, bool quietly = false)
-{
-    const std::vector<std::string> command = commandOfSelf();
-    arguments.insert(arguments.begin(), command.begin(), command.end());
-    std::vector<char*> argv;
-    for (std::string& argument : arguments) {
-        argv.push_back(argument.data());
-    }
-    argv.push_back(nullptr);
-
-    std::fflush(nullptr);
-    posix_spawn_file_actions_t actions;
-    ::posix_spawn_file_actions_init(&actions);
-    if (quietly) {
-        ::posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
-    }
-    pid_t child = 0;
-    int status = -1;
-    if (::posix_spawn(&child, argv.front(), &actions, nullptr, argv.data(), environ) == 0) {
-        ::waitpid(child, &status, 0);
-    }
-    ::posix_spawn_file_actions_destroy(&actions);
-    return status == 0;
-}
-
-// ---- In the process that tries players ---------------------------------------------------------
-
-/// Shows a difference, if there is one. @return whether there is none
+/// Prints a difference, if there is one. @return whether there is none
 bool agrees(const QString& difference)
 {
-    std::fputs(qPrintable(difference), stderr);
+    QTextStream(stderr) << difference;
     return difference.isEmpty();
 }
 
-bool tryAllSequences(const NamedSource& source, const Sequence& steps, int maximum,
+bool runAllSequences(const Source& source, const Sequence& steps, int maximum,
                      CurrentSequence& current)
 {
-    AllSequences all(source.second, steps,
-                     [&](const Sequence& sequence) { current.set(sequence); });
+    AllSequences all(source, steps, [&](const Sequence& sequence) { current.set(sequence); });
     for (int length = 1; length <= maximum; ++length) {
         if (!agrees(all.differenceOfLength(length))) {
             return false;
         }
-        std::printf("%s: all %llu sequences of %d out of %s\n", source.first.c_str(),
-                    static_cast<unsigned long long>(all.tried), length, steps.c_str());
-        std::fflush(stdout);
+        out() << source.name << ": all " << all.count << " sequences of " << length << " out of "
+              << steps.c_str() << Qt::endl;
     }
     return true;
 }
 
-bool tryRandomSequences(const NamedSource& source, const Sequence& steps, int count, quint32 seed,
+bool runRandomSequences(const Source& source, const Sequence& steps, int count,
                         CurrentSequence& current)
 {
-    std::printf("%s: %d random sequences of %d out of %s, seed %u\n", source.first.c_str(), count,
-                randomLength, steps.c_str(), seed);
-    std::fflush(stdout);
+    QRandomGenerator seeds = randomGenerator();
     for (int i = 0; i < count; ++i) {
-        const Sequence sequence =
-            randomSequence(source.second, steps, randomLength, seed + quint32(i));
+        const Sequence sequence = randomSequence(source, steps, randomLength, seeds.generate());
         current.set(sequence);
-        if (!agrees(differenceOf(source.second, sequence))) {
+        if (!agrees(differenceOf(source, sequence))) {
             return false;
         }
     }
+    out() << source.name << ": " << count << " random sequences of " << randomLength << " out of "
+          << steps.c_str() << Qt::endl;
     return true;
 }
 
-bool tryPlayers(const NamedSource& source, const Options& options)
+bool runPlayers(const Source& source, bool realElements, const QString& currentPath)
 {
-    if (options.word) {
-        ::alarm(oneLifeSeconds);
-        return agrees(differenceOf(source.second, *options.word));
-    }
-    CurrentSequence current(options.current);
-    if (options.real) {
-        const Sequence certain = certainSteps(source.second);
-        return tryAllSequences(source, certain, options.length, current) &&
-               tryRandomSequences(source, certain, options.random, options.seed, current);
-    }
-    const Sequence all = allSteps(source.second);
-    return tryAllSequences(source, everydaySteps(source.second), options.length, current) &&
-           tryAllSequences(source, all, options.allLength, current) &&
-           tryRandomSequences(source, all, options.random, options.seed, current);
+    CurrentSequence current(currentPath);
+    const Extent many = extent(realElements);
+    const Sequence all = realElements ? certainSteps(source) : allSteps(source);
+    const Sequence frequent = realElements ? all : frequentSteps(source);
+    return runAllSequences(source, frequent, many.length, current) &&
+           runAllSequences(source, all, many.allLength, current) &&
+           runRandomSequences(source, all, many.random, current);
 }
 
 // ---- In the process that was started -----------------------------------------------------------
 
-std::vector<std::string> aloneArguments(const NamedSource& source, const Options& options,
-                                        const Sequence& sequence)
+/// Runs this program in another process. @return whether it succeeds
+bool runSelf(const QStringList& arguments, bool quietly = false)
 {
-    std::vector<std::string> arguments{source.first, "--run", sequence};
-    if (options.real) {
-        arguments.insert(arguments.begin() + 1, "--real");
+    QProcess process;
+    process.setProcessChannelMode(QProcess::ForwardedChannels);
+    if (quietly) {
+        process.setProcessChannelMode(QProcess::SeparateChannels);
     }
-    return arguments;
+    process.start(TestProcess::startable(QCoreApplication::applicationFilePath()), arguments);
+    return process.waitForFinished(-1) && process.exitStatus() == QProcess::NormalExit &&
+           process.exitCode() == 0;
 }
 
-void showShortest(const NamedSource& source, const Options& options, const Sequence& failed)
+void printShortest(const QStringList& arguments, const Sequence& failed)
 {
-    const auto fails = [&](const Sequence& sequence) {
-        return !runSelf(aloneArguments(source, options, sequence), true);
+    const auto alone = [&arguments](const Sequence& sequence) {
+        return arguments + QStringList{"--run", sequence.c_str()};
     };
-    std::fprintf(stderr, "%s fails with %s\n", source.first.c_str(), failed.c_str());
+    const auto fails = [&alone](const Sequence& sequence) {
+        return !runSelf(alone(sequence), true);
+    };
+    QTextStream err(stderr);
+    err << failed.c_str() << " fails\n";
     if (!fails(failed)) {
-        std::fprintf(stderr, "Alone it does not fail: it depends on what was run before.\n");
+        err << "It passes alone: the failure depends on sequences before it.\n";
         return;
     }
     const Sequence shortest = shortened(failed, fails);
-    runSelf(aloneArguments(source, options, shortest));
-    std::fprintf(stderr, "The shortest sequence that fails: %s\nAlone: tst_sequences",
-                 inWords(shortest).c_str());
-    for (const std::string& argument : aloneArguments(source, options, shortest)) {
-        std::fprintf(stderr, " %s", argument.c_str());
-    }
-    std::fprintf(stderr, "\n");
+    runSelf(alone(shortest));
+    err << "The shortest sequence that fails: " << inWords(shortest).c_str()
+        << "\nAlone: tst_sequences " << alone(shortest).join(' ') << '\n';
 }
 
-bool supervise(const NamedSource& source, const Options& options)
+bool supervise(const Source& source, bool realElements)
 {
-    const CurrentSequence current;
-    std::vector<std::string> arguments{source.first,
-                                       "--length",
-                                       std::to_string(options.length),
-                                       "--all-length",
-                                       std::to_string(options.allLength),
-                                       "--random",
-                                       std::to_string(options.random),
-                                       "--seed",
-                                       std::to_string(options.seed),
-                                       "--current",
-                                       std::to_string(current.descriptor)};
-    if (options.real) {
-        arguments.push_back("--real");
+    QStringList arguments{source.name};
+    if (realElements) {
+        arguments << "--real";
     }
-    const bool success = runSelf(arguments);
+    const QString path = TestProcess::path(QStringLiteral("current-sequence"));
+    const CurrentSequence current(path);
+    const bool success = runSelf(arguments + QStringList{"--current", path});
     if (!success) {
-        showShortest(source, options, current.get());
+        printShortest(arguments, current.get());
     }
     return success;
 }
 
-[[noreturn]] void refuse(const std::string& argument)
+QVector<const Source*> sourcesNamed(const QString& name)
 {
-    std::fprintf(stderr, "tst_sequences does not understand: %s\n", argument.c_str());
-    std::exit(2);
-}
-
-NamedSource sourceNamed(const std::string& name)
-{
-    for (const NamedSource& source : sources) {
-        if (source.first == name) {
-            return source;
+    QVector<const Source*> sources;
+    for (const Source* source : Source::all()) {
+        if (name.isEmpty() || name == source->name) {
+            sources.append(source);
         }
     }
-    refuse(name);
+    return sources;
 }
 
-Options parse(const std::vector<std::string>& arguments)
+int superviseAll(const QVector<const Source*>& sources, bool realElements)
 {
-    Options options;
-    for (std::size_t i = 0; i < arguments.size(); ++i) {
-        const std::string& argument = arguments[i];
-        const auto value = [&] {
-            return ++i < arguments.size() ? arguments[i] : (refuse(argument), argument);
-        };
-        if (argument == "--length") {
-            options.length = std::stoi(value());
-        } else if (argument == "--all-length") {
-            options.allLength = std::stoi(value());
-        } else if (argument == "--random") {
-            options.random = std::stoi(value());
-        } else if (argument == "--seed") {
-            options.seed = quint32(std::stoul(value()));
-        } else if (argument == "--real") {
-            options.real = true;
-        } else if (argument == "--run") {
-            options.word = value();
-        } else if (argument == "--current") {
-            options.current = std::stoi(value());
-        } else if (argument == "--long") {
-            options.length = 6;
-            options.allLength = 5;
-            options.random = 10000;
-            options.seed = quint32(std::time(nullptr));
-        } else {
-            options.chosen = {sourceNamed(argument)};
-        }
+    bool success = !sources.isEmpty();
+    for (const Source* source : sources) {
+        success = supervise(*source, realElements) && success;
     }
-    return options;
+    return success ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 
 } // namespace
 
 int main(int argc, char** argv)
 {
-    const Options options = parse({argv + 1, argv + argc});
-    if (options.current >= 0 || options.word) {
-        const TrialWorld world(argc, argv, options.real);
-        return tryPlayers(options.chosen.front(), options) ? EXIT_SUCCESS : EXIT_FAILURE;
+    const TestProcess process;
+    const QCoreApplication application(argc, argv);
+    QCommandLineParser options;
+    options.addPositionalArgument("source", "uri, data or stream.");
+    options.addOption({"real", "With GStreamer's real elements."});
+    options.addOption({"run", "One sequence.", "WORD"});
+    options.addOption({"current", "In the process that runs players.", "FILE"});
+    options.process(application);
+    const bool real = options.isSet("real");
+    const auto sources = sourcesNamed(options.positionalArguments().value(0));
+    if (!options.isSet("run") && !options.isSet("current")) {
+        return superviseAll(sources, real);
     }
-    bool success = true;
-    for (const NamedSource& source : options.chosen) {
-        success = supervise(source, options) && success;
-    }
+    const Environment environment(real);
+    ::alarm(options.isSet("run") ? oneSequenceSeconds : 0);
+    const bool success =
+        options.isSet("run")
+            ? agrees(differenceOf(*sources.first(), options.value("run").toStdString()))
+            : runPlayers(*sources.first(), real, options.value("current"));
     return success ? EXIT_SUCCESS : EXIT_FAILURE;
 }
