@@ -15,15 +15,15 @@
 #include <cstdlib>
 #include <cstring>
 
-/// Reading caps or structures from a text that is none: rubbish from outside gets that far.
+/// Whether GStreamer was given a text that describes no caps or structure: inputs may do that.
 static bool isAboutText(const gchar* message)
 {
     return std::strstr(message, "gst_structure_validate_name") != nullptr;
 }
 
-/// On GStreamer's threads criticals are about what its own elements do with rubbish: they are told,
-/// and what they may lead to is judged. On ours they show that GStreamer was called wrongly.
-static void judgeCritical(const gchar* domain, GLogLevelFlags level, const gchar* message,
+/// On GStreamer's threads criticals come from its own elements, given bad input: they are printed
+/// only. On ours they show that GStreamer was called wrongly.
+static void checkCritical(const gchar* domain, GLogLevelFlags level, const gchar* message,
                           gpointer /*data*/)
 {
     if ((level & G_LOG_LEVEL_MASK) > G_LOG_LEVEL_CRITICAL) {
@@ -32,63 +32,41 @@ static void judgeCritical(const gchar* domain, GLogLevelFlags level, const gchar
     std::fprintf(stderr, "critical: %s: %s\n", domain ? domain : "", message);
     require(QThread::currentThread() != QCoreApplication::instance()->thread() ||
                 isAboutText(message) || isComplaintOfGStreamerItself(message),
-            "GStreamer is called as it wants to be");
+            "GStreamer is called correctly");
 }
 
 int LLVMFuzzerInitialize(int* argc, char*** argv)
 {
-    // Both live as long as the process: libFuzzer ends it without returning to anybody.
+    // libFuzzer ends the process without returning.
     static const TestProcess process;
     static const QCoreApplication application(*argc, *argv);
-    g_log_set_default_handler(judgeCritical, nullptr);
+    g_log_set_default_handler(checkCritical, nullptr);
     gst_init(nullptr, nullptr);
-    useGreedySink(); // lives as long as the process and is no leak
+    useGreedySink(); // before objects are tracked: it is never released
     trackGstObjects();
     return 0;
 }
 
-void require(bool promise, const char* text)
+void require(bool condition, const char* text)
 {
-    if (!promise) {
-        std::fprintf(stderr, "BROKEN: %s\n", text);
+    if (!condition) {
+        std::fprintf(stderr, "VIOLATED: %s\n", text);
         std::abort();
     }
 }
 
-InputReader::InputReader(const uint8_t* bytes, std::size_t size)
-    : input(reinterpret_cast<const char*>(bytes), static_cast<int>(size))
+QByteArray consumeText(FuzzedDataProvider& input)
 {
+    return QByteArray::fromStdString(input.ConsumeRandomLengthString());
 }
 
-uint8_t InputReader::byte()
+QByteArray consumeRest(FuzzedDataProvider& input)
 {
-    return atEnd() ? uint8_t(0) : static_cast<uint8_t>(input.at(position++));
+    return QByteArray::fromStdString(input.ConsumeRemainingBytesAsString());
 }
 
-QByteArray InputReader::text()
-{
-    const int zero = input.indexOf('\0', position);
-    const QByteArray taken = bytes((zero < 0 ? input.size() : zero) - position);
-    if (zero >= 0) {
-        ++position;
-    }
-    return taken;
-}
-
-QByteArray InputReader::bytes(int count)
-{
-    const QByteArray taken = input.mid(position, count);
-    position += taken.size();
-    return taken;
-}
-
-QByteArray InputReader::rest()
-{
-    return bytes(input.size() - position);
-}
-
-/// Whether no element lives that an engine makes. Pads are not looked for: GStreamer 1.22 itself
-/// leaves a pair behind at times, when a pipeline goes down while its decoder is being built.
+/// Whether no element exists that an engine makes. Pads are not counted: GStreamer 1.22 itself
+/// sometimes loses a pair when a pipeline is released while its decoder is being built.
 static bool elementsAreGone()
 {
     const QStringList live = liveGstObjects();
@@ -98,14 +76,14 @@ static bool elementsAreGone()
                         [&live](const QString& type) { return live.contains(type); });
 }
 
-/// How long an outcome is waited for. Bare pipelines too lose the error of a broken item at times.
+/// How long to wait for an outcome. Bare pipelines too sometimes lose the error of a broken item.
 constexpr int patienceMs = 500;
 
 void playToTheEnd(std::unique_ptr<SimplePlayer> player, const std::function<bool()>& feed)
 {
     Outcomes outcomes(player.get());
     bool inCall = true;
-    outcomes.inSlot = [&inCall] { require(!inCall, "no outcome is told from inside a call"); };
+    outcomes.inSlot = [&inCall] { require(!inCall, "no outcome is reported from inside a call"); };
     const bool started = player->startPlayback();
     inCall = false;
 
@@ -126,6 +104,6 @@ void playToTheEnd(std::unique_ptr<SimplePlayer> player, const std::function<bool
     player.reset();
     inCall = false;
     deliverQueuedEvents();
-    require(outcomes.all.size() == 1, "nothing is told after a player's life");
+    require(outcomes.all.size() == 1, "nothing is reported after the destruction of a player");
     require(waitFor(elementsAreGone), "no element is left of a pipeline");
 }

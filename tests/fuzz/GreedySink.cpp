@@ -30,7 +30,7 @@ void greedy_sink_class_init(GreedySinkClass* sinkClass)
     static GstStaticPadTemplate pads = GST_STATIC_PAD_TEMPLATE("sink", GST_PAD_SINK, GST_PAD_ALWAYS,
                                                                GST_STATIC_CAPS("audio/x-raw"));
     gst_element_class_set_static_metadata(GST_ELEMENT_CLASS(sinkClass), "Greedy sink", "Sink/Audio",
-                                          "Takes all sound at once", "tests");
+                                          "Accepts all sound at once", "tests");
     gst_element_class_add_static_pad_template(GST_ELEMENT_CLASS(sinkClass), &pads);
     G_OBJECT_CLASS(sinkClass)->set_property = ignoreProperty;
     g_object_class_install_property(
@@ -41,7 +41,7 @@ void greedy_sink_class_init(GreedySinkClass* sinkClass)
 void greedy_sink_init(GreedySink* sink)
 {
     gst_base_sink_set_sync(GST_BASE_SINK(sink), FALSE);
-    // Goes to PLAYING without waiting for sound: not every input has some.
+    // Goes to PLAYING without waiting for sound: not every input has any.
     gst_base_sink_set_async_enabled(GST_BASE_SINK(sink), FALSE);
 }
 

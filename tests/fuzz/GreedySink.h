@@ -1,7 +1,7 @@
 #ifndef FUZZ_GREEDY_SINK_H
 #define FUZZ_GREEDY_SINK_H
 
-/// Puts an element in the place of "alsasink" that takes all sound at once and asks no clock.
+/// Replaces "alsasink" by an element that accepts all sound at once, without a clock.
 void useGreedySink();
 
 #endif

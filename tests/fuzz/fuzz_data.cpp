@@ -6,7 +6,7 @@
 
 FUZZ_TARGET
 {
-    playToTheEnd(std::make_unique<DataSimplePlayer>(InputReader(bytes, size).rest(),
-                                                    QStringLiteral("token"), QString()));
+    const QByteArray item(reinterpret_cast<const char*>(bytes), static_cast<int>(size));
+    playToTheEnd(std::make_unique<DataSimplePlayer>(item, QStringLiteral("token"), QString()));
     return 0;
 }

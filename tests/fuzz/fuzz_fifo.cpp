@@ -1,9 +1,9 @@
-// Any moments and sizes of writing and reading: what the source takes in is what was written.
+// Any times and sizes of writes and reads: the source receives what was written.
 //
-// Each byte of an input is one deed.
+// Each byte of an input is one action.
 
-#include "fuzz/FifoEnd.h"
 #include "fuzz/FuzzProcess.h"
+#include "kit/FifoWriter.h"
 #include "kit/GstFaults.h"
 #include "kit/PlayerProbe.h"
 
@@ -31,7 +31,7 @@ public:
     }
 };
 
-/// What has arrived behind the source, on its streaming thread.
+/// The bytes that leave the source, on its streaming thread.
 class Arrived
 {
 public:
@@ -65,7 +65,7 @@ private:
     QByteArray bytes; ///< guarded by mutex
 };
 
-/// The next bytes of a row that shows when one is lost, doubled or changed.
+/// The next bytes of a sequence in which a lost, repeated or changed byte shows.
 QByteArray nextBytes(int from, int count)
 {
     QByteArray bytes(count, Qt::Uninitialized);
@@ -75,25 +75,25 @@ QByteArray nextBytes(int from, int count)
     return bytes;
 }
 
-/// Does what one byte says.
-void act(uint8_t deed, OpenEngine& engine, const FifoEnd& writer, QByteArray& written)
+/// Performs the action of one byte.
+void act(uint8_t action, OpenEngine& engine, const FifoWriter& writer, QByteArray& written)
 {
-    switch (deed % 8) {
+    switch (action % 8) {
     case 0:
-        engine.receive(deed > 127);
+        engine.receive(action > 127);
         break;
     case 1:
     case 2:
         QCoreApplication::processEvents();
         break;
     default: {
-        const QByteArray bytes = nextBytes(written.size(), deed * deed / 8);
-        written.append(bytes.left(writer.write(bytes)));
+        const QByteArray bytes = nextBytes(written.size(), action * action / 8);
+        written.append(bytes.left(writer.writeSome(bytes)));
     }
     }
 }
 
-/// Where the decoder would be, the bytes are taken as they come. Lives as long as the process.
+/// Replaces the decoder by an element that accepts all bytes. Exists as long as the process.
 struct NoDecoder
 {
     NoDecoder() { overlookLeakedGstObject(QStringLiteral("GstElementFactory")); }
@@ -110,21 +110,20 @@ FUZZ_TARGET
         StreamSimplePlayer front(QString(), QString(), QStringLiteral("token"), QString());
         OpenEngine engine(fifo, QString(), QStringLiteral("token"), QString(), &front);
         require(engine.pipe != nullptr, "a FIFO is made and opened");
-        FifoEnd writer(fifo);
+        FifoWriter writer(fifo);
         QByteArray written;
-        require(engine.startPlayback(), "a pipe is waited for");
+        require(engine.startPlayback(), "a start without data succeeds");
         Arrived arrived(engine.decodebin);
 
-        InputReader input(bytes, size);
-        while (!input.atEnd()) {
-            act(input.byte(), engine, writer, written);
+        for (const uint8_t* action = bytes; action != bytes + size; ++action) {
+            act(*action, engine, writer, written);
         }
         writer.close();
         engine.receive(true);
         require(waitFor([&] { return !engine.pipe && arrived.get() == written; }),
-                "everything that was written arrives, in order, and then the pipe is closed");
-        engine.stopPlayback(); // no more is handed over from here on
+                "all written bytes arrive in order, then the FIFO is closed");
+        engine.stopPlayback(); // ends the streaming thread, which uses `arrived`
     }
-    require(leakedGstObjects().isEmpty(), "nothing is left of a pipeline");
+    require(leakedGstObjects().isEmpty(), "a pipeline is released completely");
     return 0;
 }

@@ -1,28 +1,28 @@
-// Any bytes, written into the pipe in blocks of any size, under any caps.
+// Any bytes, written into the FIFO in blocks of any size, with any caps.
 //
-// An input is the text of the caps, a zero byte, one byte that makes the size of the blocks, and
-// the item.
+// An input is the text of the caps, the item, and one number for the size of the blocks.
 
-#include "fuzz/FifoEnd.h"
 #include "fuzz/FuzzProcess.h"
+#include "kit/FifoWriter.h"
 
 #include <simplePlayer/StreamSimplePlayer.h>
 
 FUZZ_TARGET
 {
-    InputReader input(bytes, size);
-    const QString caps = QString::fromUtf8(input.text());
-    const int block = 1 + 37 * input.byte();
-    const QByteArray item = input.rest();
+    FuzzedDataProvider input(bytes, size);
+    const QString caps = QString::fromUtf8(consumeText(input));
+    const int block = 1 + 37 * input.ConsumeIntegral<uint8_t>();
+    const QByteArray item = consumeRest(input);
     const QString fifo = TestProcess::path(QStringLiteral("fifo"));
 
     auto player =
         std::make_unique<StreamSimplePlayer>(fifo, caps, QStringLiteral("token"), QString());
-    FifoEnd writer(fifo);
+    FifoWriter writer(fifo);
     int written = 0;
     playToTheEnd(std::move(player), [&] {
-        if (written < item.size()) {
-            written += writer.write(item.mid(written, block));
+        const int count = writer.writeSome(item.mid(written, block));
+        written += count;
+        if (count >= 0 && written < item.size()) {
             return true;
         }
         writer.close();

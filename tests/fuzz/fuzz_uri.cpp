@@ -1,7 +1,7 @@
 // Any text as the name of an item.
 //
-// The first byte of an input says how the others are read: as UTF-8, or as UTF-16, which can hold
-// what is no text (half of a pair of surrogates, for instance).
+// A flag of the input chooses the encoding of the rest: UTF-8, or UTF-16, which can contain invalid
+// text (half of a surrogate pair, for instance).
 
 #include "fuzz/FuzzProcess.h"
 
@@ -22,12 +22,13 @@ public:
     using UriSimplePlayerImpl::UriSimplePlayerImpl;
 };
 
-QString itemOf(InputReader& input)
+QString itemOf(FuzzedDataProvider& input)
 {
-    if (input.byte() % 2 == 0) {
-        return QString::fromUtf8(input.rest());
+    const bool isUtf16 = input.ConsumeBool();
+    const QByteArray units = consumeRest(input);
+    if (!isUtf16) {
+        return QString::fromUtf8(units);
     }
-    const QByteArray units = input.rest();
     return QString(reinterpret_cast<const QChar*>(units.constData()), units.size() / 2);
 }
 
@@ -57,15 +58,16 @@ QString expectedUri(const QString& item)
 FUZZ_TARGET
 {
     enterFolderWithFiles();
-    InputReader input(bytes, size);
+    FuzzedDataProvider input(bytes, size);
     const QString item = itemOf(input);
     UriSimplePlayer front(item, QStringLiteral("token"), QString());
     OpenEngine engine(item, QStringLiteral("token"), item, &front);
-    require(engine.uri == expectedUri(item), "web addresses stay, files get an absolute URI");
+    require(engine.uri == expectedUri(item),
+            "web addresses are unchanged, files get an absolute URI");
 
     GstElement* pipeline = gst_pipeline_new(nullptr);
     require(engine.initPipeline(pipeline) != engine.uri.isEmpty(),
-            "every item with a URI gets a pipeline, and no other one");
+            "exactly the items with a URI get a pipeline");
     gst_object_unref(pipeline);
     return 0;
 }
