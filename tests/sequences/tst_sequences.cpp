@@ -64,9 +64,11 @@ public:
         }
     }
 
+    /// Sets the sequence that starts now. It is killed if it hangs.
     void set(const Sequence& sequence)
     {
         std::memcpy(memory, sequence.c_str(), sequence.size() + 1);
+        ::alarm(oneSequenceSeconds);
     }
     Sequence get() const { return memory; }
 
@@ -214,7 +216,7 @@ int main(int argc, char** argv)
         return superviseAll(sources, real);
     }
     const Environment environment(real);
-    ::alarm(options.isSet("run") ? oneSequenceSeconds : 0);
+    ::alarm(oneSequenceSeconds);
     const bool success =
         options.isSet("run")
             ? agrees(differenceOf(*sources.first(), options.value("run").toStdString()))
