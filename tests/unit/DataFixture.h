@@ -46,7 +46,7 @@ struct DataFixture
     std::unique_ptr<OpenDataEngine> engine;
 };
 
-/// Keeps every buffer that any appsrc is given while this lives, like an element that is slow.
+/// Keeps every buffer that any appsrc is given while this object exists, like a slow element.
 class Pushed
 {
 public:

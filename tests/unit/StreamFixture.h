@@ -33,12 +33,12 @@ public:
                                   Q_ARG(bool, enable));
     }
 
-    /// What the reader is doing: "held", "reading", or "ended" without a pipe.
+    /// What the reader is doing: "blocked", "reading", or "ended" without a pipe.
     QString reader() const
     {
         return !pipe                               ? QStringLiteral("ended")
                : pipe->readNotifier()->isEnabled() ? QStringLiteral("reading")
-                                                   : QStringLiteral("held");
+                                                   : QStringLiteral("blocked");
     }
 };
 
@@ -95,13 +95,6 @@ inline QString leaveTrace(const char* function, const QString& details = QString
 inline QStringList closing()
 {
     return {enterTrace("closeReadPipe"), leaveTrace("closeReadPipe")};
-}
-
-inline QStringList releasing()
-{
-    return {enterLine("TRACE", "SimplePlayerImpl::releaseGstPipeline", "token: T"),
-            "TRACE Releasing active playback pipeline",
-            leaveLine("TRACE", "SimplePlayerImpl::releaseGstPipeline", "token: T")};
 }
 
 #endif

@@ -126,4 +126,20 @@ inline QString leaveLine(const char* level, const char* function, const char* de
     return QStringLiteral("%1 Leave SimplePlayer %2: %3").arg(level, function, details);
 }
 
+/// The lines of releaseGstPipeline() with a pipeline.
+inline QStringList releasing()
+{
+    return {enterLine("TRACE", "SimplePlayerImpl::releaseGstPipeline", "token: T"),
+            "TRACE Releasing active playback pipeline",
+            leaveLine("TRACE", "SimplePlayerImpl::releaseGstPipeline", "token: T")};
+}
+
+// Texts that several tests expect in the log.
+inline const QString setupFailure("Failed to setup gst pipeline of simple player");
+inline const QString notPausing("Pipeline not initialized - not pausing");
+inline const QString notStopping("Pipeline not initialized - not stopping");
+inline const QString alreadyReported("End of playback already reported");
+inline const QString restartRefused("Restart(loop) playback not implemented");
+inline const QString alreadyLinked("Cannot link already linked pad - skipping");
+
 #endif

@@ -90,12 +90,8 @@ void TestBusWatch::errorReleasesThePipelineAndReportsItsText()
 {
     handle(errorMessage(pipeline(), "it broke"));
     QVERIFY(!player->engine->pipeline);
-    QCOMPARE(log->lines(),
-             (QStringList{"ERROR GStreamer error received: it broke token: T",
-                          enterLine("TRACE", "SimplePlayerImpl::releaseGstPipeline", "token: T"),
-                          "TRACE Releasing active playback pipeline",
-                          leaveLine("TRACE", "SimplePlayerImpl::releaseGstPipeline", "token: T"),
-                          "DEBUG token: T"}));
+    QCOMPARE(log->lines(), QStringList{"ERROR GStreamer error received: it broke token: T"} +
+                               releasing() + QStringList{"DEBUG token: T"});
     QCOMPARE(outcomes->all, QStringList());
     QCoreApplication::processEvents();
     QCOMPARE(outcomes->all, QStringList{"error T: it broke"});
@@ -172,10 +168,10 @@ void TestBusWatch::stopAfterErrorIsDroppedAsNotInitialized()
 {
     handle(errorMessage(nullptr, "broken"));
     QVERIFY(!player->stopPlayback());
-    QCOMPARE(log->texts("ERROR").last(), QStringLiteral("Pipeline not initialized - not stopping"));
+    QCOMPARE(log->texts("ERROR").last(), notStopping);
     QCoreApplication::processEvents();
     QCOMPARE(outcomes->all, QStringList{"error T: broken"});
-    QCOMPARE(log->texts("DEBUG").last(), QStringLiteral("End of playback already reported"));
+    QCOMPARE(log->texts("DEBUG").last(), alreadyReported);
 }
 
 void TestBusWatch::endOfStreamIsReportedAsEndAndKeepsThePipeline()
@@ -224,8 +220,7 @@ void TestBusWatch::endOfStreamIsReportedWhenTheEngineCannotRestart()
     player->loop = true;
     handle(gst_message_new_eos(pipeline()));
     QCOMPARE(log->lines(),
-             (QStringList{"TRACE EOS received at gst busT",
-                          "ERROR Restart(loop) playback not implemented",
+             (QStringList{"TRACE EOS received at gst busT", "ERROR " + restartRefused,
                           "TRACE reporting playback end due to EOS", "DEBUG token: T"}));
     QCoreApplication::processEvents();
     QCOMPARE(outcomes->all, QStringList{"ended T"});

@@ -14,8 +14,8 @@
 #include <memory>
 #include <vector>
 
-/// What the construction of a player does to its process, and players whose life does not lie
-/// inside that of the QCoreApplication.
+/// What the construction of a player does to its process, and players that exist before or after
+/// the QCoreApplication.
 class TestConstruction : public QObject
 {
     Q_OBJECT

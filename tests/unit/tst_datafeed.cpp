@@ -89,7 +89,7 @@ void TestDataFeed::arrayIsFedInChunksAndThenEnds()
     QCOMPARE(fixture.engine->offset, quint64(10));
     QCOMPARE(pushed.count(), 3);
     QCOMPARE(outcomes.all, QStringList());
-    // A source that was told of the end takes no more.
+    // After the end of the stream the source refuses data.
     QCOMPARE(gst_app_src_push_buffer(GST_APP_SRC(fixture.engine->appsrc), gst_buffer_new()),
              GST_FLOW_EOS);
 }
@@ -302,7 +302,7 @@ void TestDataFeed::refusedPushIsReportedFromTheThreadOfTheRequest()
     const std::thread::id streamingId = streaming.get_id();
     streaming.join();
     QVERIFY(reporter == streamingId);
-    // A receiver that lives here is told here.
+    // A receiver on this thread is called from this thread's event loop.
     QCOMPARE(outcomes.all, QStringList());
     QCoreApplication::processEvents();
     QCOMPARE(outcomes.all, QStringList{"error T: Failed to push buffer"});

@@ -29,8 +29,8 @@ private Q_SLOTS:
 
     void stateChangeLineHasItsThreeBlanks();
     void stateChangeLineNamesEveryState();
-    void sourceWithoutNameIsSaid_data();
-    void sourceWithoutNameIsSaid();
+    void sourceWithoutNameIsNamedAsSuch_data();
+    void sourceWithoutNameIsNamedAsSuch();
     void stateChangeIsNotComposedBelowTrace();
 
     void dumpIsNamedByPrefixAndName();
@@ -130,14 +130,14 @@ void TestDiagnostics::stateChangeLineNamesEveryState()
     QVERIFY(log.lines().first().endsWith(" old: NULL new: READY pending: VOID_PENDING"));
 }
 
-void TestDiagnostics::sourceWithoutNameIsSaid_data()
+void TestDiagnostics::sourceWithoutNameIsNamedAsSuch_data()
 {
     QTest::addColumn<bool>("hasSource");
     QTest::newRow("source without a name") << true;
     QTest::newRow("no source") << false;
 }
 
-void TestDiagnostics::sourceWithoutNameIsSaid()
+void TestDiagnostics::sourceWithoutNameIsNamedAsSuch()
 {
     QFETCH(bool, hasSource);
     GstElement* source = nullptr;

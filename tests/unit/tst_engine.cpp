@@ -171,8 +171,7 @@ void TestEngineOperations::startFailsWithoutAPipeline()
     QCOMPARE(fixture.log.lines(),
              (QStringList{enterLine("INFO", "SimplePlayerImpl::startPlayback", "token: T"),
                           enterLine("TRACE", "SimplePlayerImpl::setupGstPipeline", "token: T"),
-                          "ERROR Failed to create gst pipeline",
-                          "ERROR Failed to setup gst pipeline of simple player"}));
+                          "ERROR Failed to create gst pipeline", "ERROR " + setupFailure}));
     QCOMPARE(fixture.engine.builds, 0);
     QVERIFY(!fixture.engine.pipeline);
     QCoreApplication::processEvents();
@@ -215,7 +214,7 @@ void TestEngineOperations::startFailsWhenBuildingFails()
         (QStringList{enterLine("INFO", "SimplePlayerImpl::startPlayback", "token: T"),
                      enterLine("TRACE", "SimplePlayerImpl::setupGstPipeline", "token: T"),
                      leaveLine("TRACE", "SimplePlayerImpl::setupGstPipeline", "ret: 0 token: T"),
-                     "ERROR Failed to setup gst pipeline of simple player"}));
+                     "ERROR " + setupFailure}));
     QVERIFY(fixture.engine.pipeline);
     QVERIFY(!fixture.engine.initialized);
     QCoreApplication::processEvents();
@@ -257,7 +256,7 @@ void TestEngineOperations::startFailsWhenPlayingIsRefused()
                      "ERROR state change to state PLAYING failed"}));
     QCoreApplication::processEvents();
     QCOMPARE(fixture.outcomes.all, QStringList());
-    // The pipeline stays as far as it came, so that GStreamer can still tell its reason.
+    // The pipeline keeps its state, so that GStreamer's error message still arrives.
     QVERIFY(fixture.engine.pipelineInitialized());
     QCOMPARE(GST_STATE(fixture.engine.pipeline), GST_STATE_READY);
     gst_element_post_message(fixture.engine.pipeline, errorMessage(nullptr, "the reason"));
@@ -315,8 +314,7 @@ void TestEngineOperations::startAfterErrorBuildsAFreshPipelineWhoseEndIsNeverSig
     fixture.engine.build = TestEngine::addShortSource;
     fixture.log.clear();
     QVERIFY(fixture.player.startPlayback());
-    QTRY_VERIFY_WITH_TIMEOUT(
-        fixture.log.texts("DEBUG").contains("End of playback already reported"), patience);
+    QTRY_VERIFY_WITH_TIMEOUT(fixture.log.texts("DEBUG").contains(alreadyReported), patience);
     QCOMPARE(fixture.engine.builds, 2);
     QCOMPARE(fixture.outcomes.all, QStringList{"error T: broken"});
 }
@@ -334,7 +332,7 @@ void TestEngineOperations::engineIsServedByTheThreadThatMadeIt()
         }
     }));
     owner->start();
-    // This thread's event loop stands still meanwhile: nothing can arrive through it.
+    // This thread's event loop does not run meanwhile, so that nothing can arrive through it.
     QVERIFY(owner->wait());
     QCOMPARE(outcomesThere, QStringList{"ended T"});
 }

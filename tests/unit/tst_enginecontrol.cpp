@@ -139,7 +139,7 @@ void TestEngineControl::pauseBeforeStartFails()
     QCOMPARE(fixture.log.lines(),
              (QStringList{enterLine("INFO", "SimplePlayerImpl::pausePlayback", "token: T"),
                           enterLine("TRACE", "SimplePlayerImpl::pipelineInitialized", "init: 0"),
-                          "ERROR Pipeline not initialized - not pausing"}));
+                          "ERROR " + notPausing}));
     QCoreApplication::processEvents();
     QCOMPARE(fixture.outcomes.all, QStringList());
 }
@@ -150,8 +150,7 @@ void TestEngineControl::pauseOfAHalfBuiltPipelineFails()
     fixture.engine.build = [](GstElement*) { return false; };
     fixture.player.startPlayback();
     QVERIFY(!fixture.player.pausePlayback());
-    QCOMPARE(fixture.log.texts("ERROR").last(),
-             QStringLiteral("Pipeline not initialized - not pausing"));
+    QCOMPARE(fixture.log.texts("ERROR").last(), notPausing);
     QCoreApplication::processEvents();
     QCOMPARE(fixture.outcomes.all, QStringList());
 }
@@ -159,8 +158,8 @@ void TestEngineControl::pauseOfAHalfBuiltPipelineFails()
 void TestEngineControl::pauseFailsWhenPausedIsRefused()
 {
     EngineFixture fixture;
-    GstElement* stubborn = nullptr;
-    fixture.engine.build = TestEngine::addRefusing(GST_STATE_CHANGE_PLAYING_TO_PAUSED, &stubborn);
+    GstElement* refusing = nullptr;
+    fixture.engine.build = TestEngine::addRefusing(GST_STATE_CHANGE_PLAYING_TO_PAUSED, &refusing);
     QVERIFY(fixture.player.startPlayback());
     fixture.log.clear();
     QVERIFY(!fixture.player.pausePlayback());
@@ -171,7 +170,7 @@ void TestEngineControl::pauseFailsWhenPausedIsRefused()
     QVERIFY(fixture.engine.pipelineInitialized());
     QCoreApplication::processEvents();
     QCOMPARE(fixture.outcomes.all, QStringList());
-    stopRefusing(stubborn);
+    stopRefusing(refusing);
 }
 
 void TestEngineControl::pauseWithoutPrerollIsASuccess()
@@ -230,7 +229,7 @@ void TestEngineControl::stopBeforeStartReportsNotInitialized()
     QCOMPARE(fixture.log.lines(),
              (QStringList{enterLine("INFO", "SimplePlayerImpl::stopPlayback", "token: T"),
                           enterLine("TRACE", "SimplePlayerImpl::pipelineInitialized", "init: 0"),
-                          "ERROR Pipeline not initialized - not stopping", "DEBUG token: T"}));
+                          "ERROR " + notStopping, "DEBUG token: T"}));
     QCOMPARE(fixture.outcomes.all, QStringList());
     QCoreApplication::processEvents();
     QCOMPARE(fixture.outcomes.all, QStringList{"error T: Not initialized"});
@@ -249,8 +248,8 @@ void TestEngineControl::stopOfAHalfBuiltPipelineReportsNotInitialized()
 void TestEngineControl::stopFailsWhenNullIsRefused()
 {
     EngineFixture fixture;
-    GstElement* stubborn = nullptr;
-    fixture.engine.build = TestEngine::addRefusing(GST_STATE_CHANGE_READY_TO_NULL, &stubborn);
+    GstElement* refusing = nullptr;
+    fixture.engine.build = TestEngine::addRefusing(GST_STATE_CHANGE_READY_TO_NULL, &refusing);
     QVERIFY(fixture.player.startPlayback());
     fixture.log.clear();
     QVERIFY(!fixture.player.stopPlayback());
@@ -261,7 +260,7 @@ void TestEngineControl::stopFailsWhenNullIsRefused()
     QCoreApplication::processEvents();
     QCOMPARE(fixture.outcomes.all, QStringList{"error T: stop failed"});
     // The pipeline stays as it is: the client may try again.
-    stopRefusing(stubborn);
+    stopRefusing(refusing);
     QVERIFY(fixture.player.stopPlayback());
 }
 
@@ -274,7 +273,7 @@ void TestEngineControl::stopAfterEndIsTrueAndReportsNothingMore()
     QVERIFY(fixture.player.stopPlayback());
     QCOMPARE(settledState(fixture.engine.pipeline), GST_STATE_NULL); // the device is given back
     QCoreApplication::processEvents();
-    QCOMPARE(fixture.log.texts("DEBUG").last(), QStringLiteral("End of playback already reported"));
+    QCOMPARE(fixture.log.texts("DEBUG").last(), alreadyReported);
     QCOMPARE(fixture.outcomes.all, QStringList{"ended T"});
 }
 
@@ -292,7 +291,7 @@ void TestEngineControl::restartIsRefusedByTheBase()
     EngineFixture fixture;
     fixture.log.clear();
     QVERIFY(!fixture.engine.restartPlayback());
-    QCOMPARE(fixture.log.lines(), QStringList{"ERROR Restart(loop) playback not implemented"});
+    QCOMPARE(fixture.log.lines(), QStringList{"ERROR " + restartRefused});
 }
 
 /// Whether the object that `reference` refers to is no more.
@@ -312,10 +311,7 @@ void TestEngineControl::releaseSetsNullAndDropsThePipeline()
     g_weak_ref_init(&pipeline, fixture.engine.pipeline);
     fixture.log.clear();
     fixture.engine.releaseGstPipeline();
-    QCOMPARE(fixture.log.lines(),
-             (QStringList{enterLine("TRACE", "SimplePlayerImpl::releaseGstPipeline", "token: T"),
-                          "TRACE Releasing active playback pipeline",
-                          leaveLine("TRACE", "SimplePlayerImpl::releaseGstPipeline", "token: T")}));
+    QCOMPARE(fixture.log.lines(), releasing());
     QVERIFY(!fixture.engine.pipeline);
     QVERIFY(fixture.engine.initialized); // left as it was
     QVERIFY(!fixture.engine.pipelineInitialized());
@@ -327,23 +323,20 @@ void TestEngineControl::releaseSetsNullAndDropsThePipeline()
 void TestEngineControl::releaseGoesOnWhenNullIsRefused()
 {
     EngineFixture fixture;
-    GstElement* stubborn = nullptr;
-    fixture.engine.build = TestEngine::addRefusing(GST_STATE_CHANGE_READY_TO_NULL, &stubborn);
+    GstElement* refusing = nullptr;
+    fixture.engine.build = TestEngine::addRefusing(GST_STATE_CHANGE_READY_TO_NULL, &refusing);
     QVERIFY(fixture.player.startPlayback());
-    // GStreamer minds when a pipeline dies above NULL: this reference delays it.
+    // GStreamer reports a pipeline that is finalized above NULL: this reference delays that.
     auto* pipeline = GST_ELEMENT(gst_object_ref(fixture.engine.pipeline));
     fixture.log.clear();
     fixture.engine.releaseGstPipeline();
-    QCOMPARE(fixture.log.lines(),
-             (QStringList{enterLine("TRACE", "SimplePlayerImpl::releaseGstPipeline", "token: T"),
-                          "TRACE Releasing active playback pipeline",
-                          leaveLine("TRACE", "SimplePlayerImpl::releaseGstPipeline", "token: T")}));
+    QCOMPARE(fixture.log.lines(), releasing());
     QVERIFY(!fixture.engine.pipeline);
     QCOMPARE(GST_OBJECT_REFCOUNT_VALUE(pipeline), 1);
     GstBus* bus = gst_element_get_bus(pipeline);
     QVERIFY(!gst_bus_remove_watch(bus)); // there is none any more
     gst_object_unref(bus);
-    stopRefusing(stubborn);
+    stopRefusing(refusing);
     gst_element_set_state(pipeline, GST_STATE_NULL);
     gst_object_unref(pipeline);
     QCoreApplication::processEvents();

@@ -35,7 +35,7 @@ private Q_SLOTS:
 
 namespace {
 
-/// An object in memory whose every byte was one, so that a flag which its constructor forgot is
+/// An object in memory whose bytes were all 1, so that a flag which its constructor forgot is
 /// true, and a pointer is not null.
 template <typename Object>
 class OverOnes
@@ -120,7 +120,7 @@ void TestInterface::fakePlayerMayBeDeletedInItsSlot()
     auto* player = new FakePlayer(QStringLiteral("T"));
     Outcomes outcomes(player);
     outcomes.inSlot = [player] { delete player; };
-    // A second receiver reads the token after the player is gone: it must not have gone with it.
+    // A second receiver reads the token after the player was deleted: the token must still exist.
     connect(player, &SimplePlayer::playbackStopped, this, [] {});
     QVERIFY(player->stopPlayback());
     QCOMPARE(outcomes.all, QStringList{"stopped T"});

@@ -21,7 +21,7 @@ namespace {
 
 const QString refusedPush("Failed to push buffer");
 
-/// A player that does nothing but report what its test tells it to.
+/// A player that only reports the outcomes that its test chooses.
 class ScriptedPlayer : public SimplePlayer
 {
 public:

@@ -47,7 +47,7 @@ private Q_SLOTS:
     void fileThatReplacesTheFifoIsNotRead_data();
     void fileThatReplacesTheFifoIsNotRead();
     void needsNoProcFileSystem();
-    void failureLineTellsThePipesApart();
+    void failureLineContainsTheId();
     void failureIsSilentWhenErrorsAreNotLogged();
 
     void openReturnsWithoutAWriter();
@@ -267,7 +267,7 @@ void TestNamedPipe::openWithoutPermissionFails()
     KovaNamedPipe pipe(fifo, 1, nullptr, false);
     QVERIFY(pipe.create());
     QCOMPARE(::chmod(encoded(fifo).constData(), 0), 0);
-    // For a test that root runs: root may read everything, nobody may not.
+    // Root may read everything, and the user "nobody" may not.
     QCOMPARE(::chmod(encoded(TestProcess::path()).constData(), 0711), 0);
     const int self = ::setfsuid(65534);
     const bool opened = pipe.open(false);
@@ -315,7 +315,7 @@ void TestNamedPipe::needsNoProcFileSystem()
     QCOMPARE(problem, QString());
 }
 
-void TestNamedPipe::failureLineTellsThePipesApart()
+void TestNamedPipe::failureLineContainsTheId()
 {
     KovaNamedPipe first(fifo, 1, nullptr, false);
     KovaNamedPipe second(fifo, -7, nullptr, false);

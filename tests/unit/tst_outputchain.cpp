@@ -1,3 +1,5 @@
+#include "unit/TestEngine.h"
+
 #include "kit/GstFaults.h"
 #include "kit/GstLeaks.h"
 #include "kit/Latin1Locale.h"
@@ -26,12 +28,12 @@ private Q_SLOTS:
     void chainIsLinkedInOrder();
     void missingElementIsLoggedAndEndsTheBuilding_data();
     void missingElementIsLoggedAndEndsTheBuilding();
-    void linkFailureIsTold();
+    void linkFailureIsReturned();
 
     void audioPadIsLinkedToTheQueue();
-    void padIsJudgedByTheNameOfItsFirstStructure_data();
-    void padIsJudgedByTheNameOfItsFirstStructure();
-    void padIsJudgedByWhatItCarriesNow();
+    void nameOfTheFirstStructureDecides_data();
+    void nameOfTheFirstStructureDecides();
+    void currentCapsDecide();
     void linkedPadIsLeftAlone();
     void secondAudioPadFindsTheQueueTaken();
 };
@@ -177,7 +179,7 @@ void TestOutputChain::missingElementIsLoggedAndEndsTheBuilding()
     }
 }
 
-void TestOutputChain::linkFailureIsTold()
+void TestOutputChain::linkFailureIsReturned()
 {
     // An element without pads in the middle cannot be linked to anything.
     const ReplacedFactory replaced("audioconvert", "pipeline");
@@ -203,7 +205,7 @@ void TestOutputChain::audioPadIsLinkedToTheQueue()
     QCOMPARE(log.lines(), QStringList());
 }
 
-void TestOutputChain::padIsJudgedByTheNameOfItsFirstStructure_data()
+void TestOutputChain::nameOfTheFirstStructureDecides_data()
 {
     QTest::addColumn<QByteArray>("caps");
     QTest::addColumn<bool>("audio");
@@ -219,7 +221,7 @@ void TestOutputChain::padIsJudgedByTheNameOfItsFirstStructure_data()
     QTest::newRow("none") << QByteArray("EMPTY") << false;
 }
 
-void TestOutputChain::padIsJudgedByTheNameOfItsFirstStructure()
+void TestOutputChain::nameOfTheFirstStructureDecides()
 {
     QFETCH(QByteArray, caps);
     QFETCH(bool, audio);
@@ -232,7 +234,7 @@ void TestOutputChain::padIsJudgedByTheNameOfItsFirstStructure()
     QCOMPARE(log.lines(), audio ? QStringList() : QStringList{"WARN skipping why uri"});
 }
 
-void TestOutputChain::padIsJudgedByWhatItCarriesNow()
+void TestOutputChain::currentCapsDecide()
 {
     // A decoder's pads could carry anything until it has settled on something.
     const Element queue = makeQueue();
@@ -255,7 +257,7 @@ void TestOutputChain::linkedPadIsLeftAlone()
     const Pad pad = makeDecodedPad("audio/x-raw");
     linkDecodedPad(pad.get(), first.get(), "skipped");
     QCOMPARE(linkDecodedPad(pad.get(), second.get(), "skipped"), DecodedPad::AlreadyLinked);
-    QCOMPARE(log.lines(), QStringList{"WARN Cannot link already linked pad - skipping"});
+    QCOMPARE(log.lines(), QStringList{"WARN " + alreadyLinked});
     const Pad peer(gst_pad_get_peer(pad.get()), gst_object_unref);
     QCOMPARE(GST_PAD_PARENT(peer.get()), first.get());
 }

@@ -29,7 +29,7 @@
 
 namespace {
 
-/// Bytes whose order can be told: no period that any block size is a multiple of.
+/// Bytes without a period that a block size is a multiple of, so that a wrong order shows.
 QByteArray pattern(int size, int seed = 0)
 {
     QByteArray bytes(size, Qt::Uninitialized);
@@ -188,7 +188,7 @@ private Q_SLOTS:
     void needsNoProcFileSystem();
     void writersFollowOneAnother();
     void killedWriterEndsTheData();
-    void heldNotifierLeavesTheDataInThePipe();
+    void disabledNotifierLeavesTheDataInThePipe();
     void lateWriterServesTheNextReader();
     void noActivationAfterClose();
     void closeInsideTheSlot();
@@ -417,7 +417,7 @@ void TestPipeReading::writersFollowOneAnother()
         expected += bytes;
         reader.ended = false;
         PipeWriter writer(fifo, bytes);
-        QVERIFY(writer.waitForOpened()); // else the writer before this one is still seen to be gone
+        QVERIFY(writer.waitForOpened()); // else the pipe still reports the end of the writer before
         pipe.readNotifier()->setEnabled(true);
         QTRY_VERIFY_WITH_TIMEOUT(reader.ended, patience);
         QCOMPARE(reader.result, 0);
@@ -443,7 +443,7 @@ void TestPipeReading::killedWriterEndsTheData()
     QVERIFY(reader.bytes == bytes);
 }
 
-void TestPipeReading::heldNotifierLeavesTheDataInThePipe()
+void TestPipeReading::disabledNotifierLeavesTheDataInThePipe()
 {
     const QByteArray bytes = pattern(30000);
     KovaNamedPipe pipe(fifo, 1, nullptr, false);
@@ -458,9 +458,9 @@ void TestPipeReading::heldNotifierLeavesTheDataInThePipe()
         pipe.readNotifier()->setEnabled(true);
         QTRY_VERIFY_WITH_TIMEOUT(reader.ended || reader.bytes.size() > before, patience);
         QVERIFY(reader.bytes.size() - before <= 4096); // one block for each time it was enabled
-        const int held = reader.activations;
+        const int activations = reader.activations;
         QCoreApplication::processEvents();
-        QCOMPARE(reader.activations, held);
+        QCOMPARE(reader.activations, activations);
     }
     QVERIFY(reader.bytes == bytes);
 }

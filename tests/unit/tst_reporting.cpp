@@ -114,7 +114,7 @@ void TestReporting::laterReportsAreLoggedAndDropped()
                  "token: T",
                  "Enter SimplePlayer SimplePlayerImpl::on_sendPlaybackEnded: token: Tstop: 0, msg: "
                  "late",
-                 "End of playback already reported"}));
+                 alreadyReported}));
     QCOMPARE(outcomes.all, QStringList{"stopped T"});
 }
 
@@ -252,7 +252,7 @@ void TestReporting::clientMayDeleteItsPlayerInItsSlot()
     player->engine->reportPlaybackEnded(QStringLiteral("second"));
     QTRY_VERIFY_WITH_TIMEOUT(!guard, patience);
     QCOMPARE(outcomes.all.size(), 1);
-    // The slot ends in its leave line although its engine may be gone.
+    // The slot logs its leave line although its engine may be deleted.
     QVERIFY(log.texts("DEBUG").contains(
         "Leave SimplePlayer SimplePlayerImpl::on_sendPlaybackEnded: token: T"));
 }

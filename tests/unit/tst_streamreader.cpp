@@ -38,10 +38,10 @@ private Q_SLOTS:
     void feedFromAnotherThreadIsQueued();
     void readerFollowsItsStates_data();
     void readerFollowsItsStates();
-    void writerIsHeldBeyondABusError_data();
-    void writerIsHeldBeyondABusError();
-    void startAfterABusErrorReadsOn_data();
-    void startAfterABusErrorReadsOn();
+    void writerStaysBlockedAfterABusError_data();
+    void writerStaysBlockedAfterABusError();
+    void startAfterABusErrorContinuesReading_data();
+    void startAfterABusErrorContinuesReading();
 };
 
 void TestStreamReader::cleanup()
@@ -88,7 +88,7 @@ void TestStreamReader::blocksAreReadOneForEachActivation()
                      enterTrace("on_receiveNewData", "read: 0 token: T"),
                      leaveTrace("on_receiveNewData"), "TRACE Pushed buffer of size 4096, ret: 0",
                      leaveTrace("on_readPipeNotifier_activated")}));
-    QCOMPARE(fixture.engine->reader(), QStringLiteral("held"));
+    QCOMPARE(fixture.engine->reader(), QStringLiteral("blocked"));
     fixture.log.clear();
     fixture.engine->activate();
     QVERIFY(fixture.lines().contains("TRACE Pushed buffer of size 1808, ret: 0"));
@@ -304,7 +304,7 @@ void TestStreamReader::feedFromTheSameThreadActsAtOnce()
                                          QStringLiteral("read: %1 token: T").arg(int(need))),
                               leaveTrace("on_receiveNewData")}));
         QCOMPARE(fixture.engine->reader(),
-                 need ? QStringLiteral("reading") : QStringLiteral("held"));
+                 need ? QStringLiteral("reading") : QStringLiteral("blocked"));
     }
 }
 
@@ -320,13 +320,13 @@ void TestStreamReader::feedFromAnotherThreadIsQueued()
     QCOMPARE(fixture.engine->reader(), QStringLiteral("reading"));
     QCOMPARE(fixture.log.lines(), QStringList());
     QTRY_COMPARE_WITH_TIMEOUT(fixture.log.lines().size(), 4, patience); // one call for each signal
-    QCOMPARE(fixture.engine->reader(), QStringLiteral("held"));
+    QCOMPARE(fixture.engine->reader(), QStringLiteral("blocked"));
     std::thread([&fixture] { emitFeed(*fixture.engine, true); }).join();
-    QCOMPARE(fixture.engine->reader(), QStringLiteral("held"));
+    QCOMPARE(fixture.engine->reader(), QStringLiteral("blocked"));
     QTRY_COMPARE_WITH_TIMEOUT(fixture.engine->reader(), QStringLiteral("reading"), patience);
 }
 
-/// Posts an error as an element does, and waits until the engine has told the outcome.
+/// Posts an error as an element does, and waits until the engine has reported the outcome.
 static void postError(StreamFixture& fixture)
 {
     const Outcomes outcomes(&fixture.front);
@@ -395,9 +395,9 @@ void TestStreamReader::readerFollowsItsStates_data()
         row("closed", event, "ended");
         row("ended", event, "ended");
     }
-    for (const QString& from : {QStringLiteral("reading"), QStringLiteral("held")}) {
+    for (const QString& from : {QStringLiteral("reading"), QStringLiteral("blocked")}) {
         row(from, "need-data", "reading");
-        row(from, "enough-data", "held");
+        row(from, "enough-data", "blocked");
         row(from, "pause", from);
         row(from, "bus error", from);
         row(from, "bus error and need-data", "reading");
@@ -420,7 +420,7 @@ void TestStreamReader::readerFollowsItsStates()
     const bool closed = from == "closed";
     StreamFixture fixture(QString(), closed ? QString() : newFifoPath());
     QVERIFY(fixture.engine->setupGstPipeline());
-    if (from == "held") {
+    if (from == "blocked") {
         fixture.engine->receive(false);
     } else if (from == "ended") {
         fixture.engine->closeReadPipe();
@@ -431,14 +431,14 @@ void TestStreamReader::readerFollowsItsStates()
     QCOMPARE(hasReader(fixture.path), to != "ended");
 }
 
-void TestStreamReader::writerIsHeldBeyondABusError_data()
+void TestStreamReader::writerStaysBlockedAfterABusError_data()
 {
     QTest::addColumn<bool>("stop");
     QTest::newRow("stop") << true;
     QTest::newRow("destruction") << false;
 }
 
-void TestStreamReader::writerIsHeldBeyondABusError()
+void TestStreamReader::writerStaysBlockedAfterABusError()
 {
     QFETCH(bool, stop);
     StreamFixture fixture;
@@ -449,7 +449,7 @@ void TestStreamReader::writerIsHeldBeyondABusError()
     QVERIFY(writer.waitForOpened());
     postError(fixture);
     QVERIFY(!fixture.engine->pipeline);
-    QCOMPARE(fixture.reader(), QStringLiteral("held"));
+    QCOMPARE(fixture.reader(), QStringLiteral("blocked"));
     QVERIFY(writer.isRunning());
     if (stop) {
         QVERIFY(!fixture.engine->stopPlayback());
@@ -466,15 +466,15 @@ static QVector<GstElement*> membersOf(const OpenEngine& engine)
     return {engine.appsrc, engine.decodebin, engine.queue, engine.sink};
 }
 
-void TestStreamReader::startAfterABusErrorReadsOn_data()
+void TestStreamReader::startAfterABusErrorContinuesReading_data()
 {
     QTest::addColumn<QByteArray>("before");
     QTest::addColumn<QByteArray>("behind");
-    QTest::newRow("held") << QByteArray("before") << QByteArray(" and behind");
+    QTest::newRow("blocked") << QByteArray("before") << QByteArray(" and behind");
     QTest::newRow("quiet") << QByteArray() << QByteArray("behind");
 }
 
-void TestStreamReader::startAfterABusErrorReadsOn()
+void TestStreamReader::startAfterABusErrorContinuesReading()
 {
     QFETCH(QByteArray, before);
     QFETCH(QByteArray, behind);
@@ -485,7 +485,7 @@ void TestStreamReader::startAfterABusErrorReadsOn()
         fixture.engine->receive(false);
         fixture.write(before);
     }
-    // As long as they live, no new element stands at their places.
+    // While they exist, no new element has one of their addresses.
     const QVector<GstElement*> old = membersOf(*fixture.engine);
     std::for_each(old.begin(), old.end(), gst_object_ref);
     postError(fixture);
