@@ -170,4 +170,13 @@ QByteArray wavBytes(const Pcm& sound)
            sound.samples;
 }
 
+QByteArray endlessWavBytes(const Pcm& sound)
+{
+    QByteArray wav = wavBytes(sound);
+    for (const int sizeAt : {4, wav.indexOf("data") + 4}) {
+        wav.replace(sizeAt, 4, QByteArray(4, '\xff'));
+    }
+    return wav;
+}
+
 } // namespace media

@@ -67,6 +67,8 @@ QString difference(const QByteArray& recorded, const QByteArray& expected, int f
 
 /// A WAV file in memory.
 QByteArray wavBytes(const Pcm& sound);
+/// The same from a program that does not know the length while it writes the header.
+QByteArray endlessWavBytes(const Pcm& sound);
 
 } // namespace media
 

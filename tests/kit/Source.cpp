@@ -112,8 +112,15 @@ bool SourcePlayer::isFed() const
     return !source.hasWriter || !hasReader(item.fifo);
 }
 
+bool SourcePlayer::waitForOutcome() const
+{
+    return waitFor([this] { return !outcomes().isEmpty(); });
+}
+
 QStringList SourcePlayer::finish()
 {
+    // A refusal may come before the outcome.
+    waitForOutcome();
     return withoutRefusals(probe.finish());
 }
 

@@ -14,6 +14,8 @@
 /// The bytes of one item, in all the places from which a player may take them.
 struct Item
 {
+    /// An item whose fields are still to be set.
+    Item() = default;
     /// Writes the file now. The FIFO is made by the player that reads it.
     /// @param bytes  a whole sound file; anything that is not one plays as what it is
     explicit Item(const QByteArray& bytes);
@@ -70,6 +72,9 @@ public:
 
     /// Whether the player has taken all of its item out of the FIFO. True without a FIFO.
     bool isFed() const;
+
+    /// Runs the event loop until an outcome was reported. @return whether there was one in time
+    bool waitForOutcome() const;
 
     /// Plays to the outcome. @return all outcomes, also of a stop after the first one, without
     /// refused data where these are no outcome

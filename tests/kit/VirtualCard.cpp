@@ -70,7 +70,7 @@ static QStringList argumentsFor(const QString& name, const VirtualCard::Settings
 }
 
 /// What virtualcard-config prints. ALSA merges the configurations of several cards in one file.
-static QByteArray configuration(const QStringList& arguments)
+static QByteArray printedConfiguration(const QStringList& arguments)
 {
     QProcess process;
     process.start(QStringLiteral("sh"), QStringList(VIRTUALCARD_CONFIG) + arguments);
@@ -80,7 +80,23 @@ static QByteArray configuration(const QStringList& arguments)
     return process.readAllStandardOutput();
 }
 
+<<<<<<< HEAD
 /// Writes the configuration of all existing cards. The mutex of `cards` is held.
+=======
+/// The same without running the program again for arguments that it had before. The mutex of the
+/// living cards is held.
+static QByteArray configuration(const QStringList& arguments)
+{
+    static QMap<QStringList, QByteArray> known;
+    auto found = known.find(arguments);
+    if (found == known.end()) {
+        found = known.insert(arguments, printedConfiguration(arguments));
+    }
+    return *found;
+}
+
+/// Writes the configuration of all living cards. The mutex of `cards` is held.
+>>>>>>> 71b49ed (tests: one conformance suite in place of the fault programs)
 static void writeConfiguration(LivingCards& cards)
 {
     const QString path = TestProcess::path(QStringLiteral("asound.conf"));
@@ -105,11 +121,37 @@ static void writeConfiguration(LivingCards& cards)
     }
 }
 
-VirtualCard::Settings VirtualCard::Settings::standingStill()
+VirtualCard::Settings VirtualCard::Settings::atSpeed(double speed)
 {
     Settings settings;
-    settings.stallAfter = 4800;
+    settings.speed = speed;
     return settings;
+}
+
+VirtualCard::Settings VirtualCard::Settings::refusing(const QString& what)
+{
+    Settings settings;
+    settings.refuse = what;
+    return settings;
+}
+
+VirtualCard::Settings VirtualCard::Settings::vanishingAfter(qint64 frames)
+{
+    Settings settings;
+    settings.vanishAfter = frames;
+    return settings;
+}
+
+VirtualCard::Settings VirtualCard::Settings::stallingAfter(qint64 frames)
+{
+    Settings settings;
+    settings.stallAfter = frames;
+    return settings;
+}
+
+VirtualCard::Settings VirtualCard::Settings::standingStill()
+{
+    return stallingAfter(4800);
 }
 
 VirtualCard::VirtualCard(const QString& cardName, const Settings& settings) : name(cardName)

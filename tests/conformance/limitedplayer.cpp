@@ -1,20 +1,16 @@
 // Plays an item while this process may have only so much more of something, and then another one
 // without that limit:
 //
-//   limitedplayer SOURCE LIMIT AMOUNT MOMENT ITEM FIFO DEVICE NEXT_DEVICE
+//   limitedplayer SOURCE LIMIT AMOUNT WHICH ITEM FIFO DEVICE NEXT_DEVICE
 //
-// SOURCE is uri, data or pipe, LIMIT descriptors (AMOUNT more of them) or memory (AMOUNT KiB more).
-// MOMENT is first for the first player of the process or later for one that has a forerunner. Says,
-// a line each, "started" or "refused", and the outcomes as Outcomes writes them; the lines of the
-// forerunner have "before " in front, those of the next player "next ". Where no outcome comes
-// because GStreamer lacks a thread, it says "nothing" and stops the player; "stuck" is its last
-// word when a call does not come back.
+// SOURCE is the name of a kind of source, LIMIT "descriptors" (AMOUNT more of them) or "memory"
+// (AMOUNT KiB more). WHICH is "first" if the limited player is the first one of the process, and
+// "later" if an unlimited one plays before it. Prints, a line each, "started" or "refused" and the
+// outcomes as Outcomes writes them; the lines of the player before have "before " in front, those
+// of the next player "next ". Where no outcome comes because GStreamer lacks a thread, it prints
+// "nothing" and stops the player. Its last line is "stuck" when a call does not return.
 
-#include "kit/PlayerProbe.h"
-
-#include <simplePlayer/DataSimplePlayer.h>
-#include <simplePlayer/StreamSimplePlayer.h>
-#include <simplePlayer/UriSimplePlayer.h>
+#include "kit/Source.h"
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QElapsedTimer>
@@ -34,46 +30,46 @@
 
 namespace {
 
-/// A process that writes an item into a FIFO whenever it is told to, so that it needs nothing of
-/// what is limited here.
-class Writer
+/// A process that writes an item into a FIFO at each request, so that it needs nothing of what is
+/// limited here.
+class LimitlessWriter
 {
 public:
-    Writer(const QByteArray& bytes, const QByteArray& fifo);
+    LimitlessWriter(const QByteArray& bytes, const QByteArray& fifo);
     void write() const;
 
 private:
-    [[noreturn]] void serve(int orders, const QByteArray& bytes, const QByteArray& fifo) const;
+    [[noreturn]] void serve(int requests, const QByteArray& bytes, const QByteArray& fifo) const;
 
-    int ordersOut = -1;
+    int requestsOut = -1;
 };
 
-Writer::Writer(const QByteArray& bytes, const QByteArray& fifo)
+LimitlessWriter::LimitlessWriter(const QByteArray& bytes, const QByteArray& fifo)
 {
-    int orders[2];
-    if (::pipe2(orders, O_CLOEXEC) != 0) {
+    int requests[2];
+    if (::pipe2(requests, O_CLOEXEC) != 0) {
         std::abort();
     }
-    ordersOut = orders[1];
+    requestsOut = requests[1];
     if (::fork() == 0) {
-        ::close(orders[1]);
-        serve(orders[0], bytes, fifo);
+        ::close(requests[1]);
+        serve(requests[0], bytes, fifo);
     }
-    ::close(orders[0]);
+    ::close(requests[0]);
 }
 
-void Writer::write() const
+void LimitlessWriter::write() const
 {
-    if (::write(ordersOut, "w", 1) != 1) {
+    if (::write(requestsOut, "w", 1) != 1) {
         std::abort();
     }
 }
 
-void Writer::serve(int orders, const QByteArray& bytes, const QByteArray& fifo) const
+void LimitlessWriter::serve(int requests, const QByteArray& bytes, const QByteArray& fifo) const
 {
     static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
-    char order = 0;
-    while (::read(orders, &order, 1) == 1) {
+    char request = 0;
+    while (::read(requests, &request, 1) == 1) {
         // Without a reader, because the player could not open the FIFO, there is nothing to do.
         const int end = ::open(fifo.constData(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
         if (end >= 0) {
@@ -85,27 +81,6 @@ void Writer::serve(int orders, const QByteArray& bytes, const QByteArray& fifo) 
     ::_exit(EXIT_SUCCESS);
 }
 
-/// What the player is to play, and from where.
-struct Item
-{
-    QString source;
-    QString path;
-    QString fifo;
-    QByteArray bytes;
-};
-
-SimplePlayer* makePlayer(const Item& item, const QString& device)
-{
-    const QString token("token");
-    if (item.source == "uri") {
-        return new UriSimplePlayer(item.path, token, device);
-    }
-    if (item.source == "data") {
-        return new DataSimplePlayer(item.bytes, token, device);
-    }
-    return new StreamSimplePlayer(item.fifo, QString(), token, device);
-}
-
 /// The bytes of a file; none of a web address.
 QByteArray readFile(const char* path)
 {
@@ -113,28 +88,39 @@ QByteArray readFile(const char* path)
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
-void say(const QString& line)
+/// A kind of source by its name. The process ends if there is none.
+const Source& sourceNamed(const char* name)
+{
+    for (const Source* source : Source::all()) {
+        if (qstrcmp(source->name, name) == 0) {
+            return *source;
+        }
+    }
+    std::abort();
+}
+
+void print(const QString& line)
 {
     std::printf("%s\n", qPrintable(line));
     std::fflush(stdout);
 }
 
-/// Set where GStreamer may lack a thread: what it wanted to do in it may never be done.
+/// Set where GStreamer may lack a thread. What the thread is for may never happen then.
 bool mayLackThread = false;
 
-/// Waits for an outcome, but for one that may never come only a while.
-bool waitForOutcome(const PlayerProbe& probe)
+/// Waits for an outcome, but not for long if it may never come.
+bool waitForOutcome(const SourcePlayer& player)
 {
-    constexpr int whileMs = 3000;
+    constexpr int limitMs = 3000;
     QElapsedTimer elapsed;
     elapsed.start();
     waitFor([&] {
-        return !probe.outcomes.all.isEmpty() || (mayLackThread && elapsed.hasExpired(whileMs));
+        return !player.outcomes().isEmpty() || (mayLackThread && elapsed.hasExpired(limitMs));
     });
-    return !probe.outcomes.all.isEmpty();
+    return !player.outcomes().isEmpty();
 }
 
-/// Ends the process when a call in which GStreamer may wait for a thread does not come back.
+/// Ends the process when a call in which GStreamer may wait for a thread does not return.
 class Guard
 {
 public:
@@ -151,32 +137,33 @@ public:
     Guard& operator=(const Guard&) = delete;
 };
 
-/// Plays once and says what comes of it.
-void play(const Item& item, const Writer& writer, const QString& device, const QString& prefix)
+/// Plays once and prints what follows.
+void play(const Source& source, const Item& item, const LimitlessWriter& writer,
+          const QString& device, const QString& prefix)
 {
     const Guard guard;
-    PlayerProbe probe(makePlayer(item, device));
-    const bool started = probe->startPlayback();
-    say(prefix + (started ? "started" : "refused"));
+    SourcePlayer player(source, item, device);
+    const bool started = player->startPlayback();
+    print(prefix + (started ? "started" : "refused"));
     if (started) {
         writer.write();
-        if (!waitForOutcome(probe)) {
-            say(prefix + "nothing");
+        if (!waitForOutcome(player)) {
+            print(prefix + "nothing");
         }
     } else {
         deliverQueuedEvents();
     }
-    probe->stopPlayback();
+    player->stopPlayback();
     deliverQueuedEvents();
-    const QStringList outcomes = probe.destroy();
-    for (const QString& outcome : item.source == "data" ? withoutRefusals(outcomes) : outcomes) {
-        say(prefix + outcome);
+    player.probe.destroy();
+    for (const QString& outcome : player.outcomes()) {
+        print(prefix + outcome);
     }
 }
 
-/// Where memory ends, GLib ends the process, at times by writing about it until its stack is full.
-/// That leaves no room for this handler, so that it tells all other crashes from it.
-void tellCrash(int /*signal*/)
+/// GLib ends a process that has no memory left, sometimes by logging about it until the stack is
+/// full. That leaves no room for this handler, which therefore runs for all other crashes only.
+void printCrash(int /*signal*/)
 {
     static_cast<void>(!::write(STDOUT_FILENO, "crashed\n", 8));
     ::_exit(EXIT_FAILURE);
@@ -231,25 +218,29 @@ private:
 int main(int argc, char** argv)
 {
     if (argc != 9) {
-        std::fprintf(stderr, "usage: limitedplayer SOURCE LIMIT AMOUNT MOMENT ITEM FIFO DEVICE "
+        std::fprintf(stderr, "usage: limitedplayer SOURCE LIMIT AMOUNT WHICH ITEM FIFO DEVICE "
                              "NEXT_DEVICE\n");
         return EXIT_FAILURE;
     }
-    const Item item{argv[1], argv[5], argv[6], readFile(argv[5])};
-    const Writer writer(item.bytes, argv[6]);
+    const Source& source = sourceNamed(argv[1]);
+    Item item;
+    item.file = argv[5];
+    item.bytes = readFile(argv[5]);
+    item.fifo = argv[6];
+    const LimitlessWriter writer(item.bytes, argv[6]);
     const QCoreApplication application(argc, argv);
     log4cplus::Logger::getRoot().addAppender(
         log4cplus::SharedAppenderPtr(new log4cplus::NullAppender));
     const QString nextDevice(argv[8]);
     if (QString(argv[4]) == "later") {
-        play(item, writer, nextDevice, "before ");
+        play(source, item, writer, nextDevice, "before ");
     }
-    static_cast<void>(std::signal(SIGSEGV, tellCrash));
+    static_cast<void>(std::signal(SIGSEGV, printCrash));
     mayLackThread = QString(argv[2]) == "memory";
     Limit limit(argv[2]);
     limit.lower(std::atol(argv[3]));
-    play(item, writer, argv[7], QString());
+    play(source, item, writer, argv[7], QString());
     limit.raise();
-    play(item, writer, nextDevice, "next ");
+    play(source, item, writer, nextDevice, "next ");
     return EXIT_SUCCESS;
 }
