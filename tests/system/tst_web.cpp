@@ -1,5 +1,4 @@
 #include "kit/HttpServer.h"
-#include "kit/LogCapture.h"
 #include "kit/Media.h"
 #include "kit/PlayerProbe.h"
 #include "kit/TestMain.h"
@@ -33,7 +32,6 @@ private Q_SLOTS:
     void failureIsReported_data();
     void failureIsReported();
     void unknownCertificateIsRefused();
-    void refusedConnectionIsReported();
     void playerDeletedWhileConnectingIsSilent();
 
     void loopingWithRangesPlaysAgain();
@@ -48,7 +46,7 @@ private:
 void TestWeb::initTestCase()
 {
     server = std::make_unique<HttpServer>();
-    sound = media::noise(media::SampleFormat::S16, 48000, 2, 48000);
+    sound = media::noise(48000);
     const QString wav = media::writeWav("item.wav", sound);
     media::writeWav("an item.wav", sound);
     media::encode("item.flac", wav);
@@ -89,7 +87,7 @@ void TestWeb::itemArrivesBitExact()
     PlayerProbe probe(new UriSimplePlayer(server->url(name, way), "token", card.device()));
     QVERIFY(probe->startPlayback());
     QCOMPARE(probe.finish(), QStringList("ended token"));
-    QVERIFY(media::withoutTrailingSilence(card.samples(), sound.frameSize()) == sound.samples);
+    QCOMPARE(media::difference(card.samples(), sound.samples), QString());
 }
 
 void TestWeb::namesInUrlsAreEscapedByTheClient()
@@ -98,7 +96,7 @@ void TestWeb::namesInUrlsAreEscapedByTheClient()
     PlayerProbe probe(new UriSimplePlayer(server->url("an%20item.wav"), "token", card.device()));
     QVERIFY(probe->startPlayback());
     QCOMPARE(probe.finish(), QStringList("ended token"));
-    QVERIFY(media::withoutTrailingSilence(card.samples(), sound.frameSize()) == sound.samples);
+    QCOMPARE(media::difference(card.samples(), sound.samples), QString());
 }
 
 void TestWeb::oggNeedsRangesOrChunks_data()
@@ -124,64 +122,38 @@ void TestWeb::oggNeedsRangesOrChunks()
 
 // ---- Failures ----------------------------------------------------------------------------------
 
-/// Reasons differ with the libsoup that GStreamer finds: 2.4, or 3 where a desktop is installed.
-static bool isOneOf(const QStringList& reasons, const QStringList& outcomes)
-{
-    const QString prefix = "error token: ";
-    return outcomes.size() == 1 && outcomes.first().startsWith(prefix) &&
-           reasons.contains(outcomes.first().mid(prefix.size()));
-}
-
 void TestWeb::failureIsReported_data()
 {
     QTest::addColumn<QString>("url");
-    QTest::addColumn<QStringList>("reasons");
+    QTest::addColumn<QString>("reason");
 
-    const QStringList notFound{"Not Found"};
+    const QString notFound("Not Found");
     QTest::newRow("missing item") << server->url("missing.wav") << notFound;
     QTest::newRow("redirected to missing item")
         << server->url("missing.wav", Way::Found) << notFound;
-    const QString unresolved = "Could not resolve server name.";
-    QTest::newRow("no host") << "http://" << QStringList{unresolved, "Error parsing URL."};
-    QTest::newRow("no such host") << "http://host.invalid/a.wav"
-                                  << QStringList{unresolved, "Internal data stream error."};
-    QTest::newRow("no URL") << "http://%%%" << QStringList{unresolved, "Error parsing URL."};
     QTest::newRow("empty item") << server->url("empty.wav")
-                                << QStringList{"Stream doesn't contain enough data."};
-    QTest::newRow("no sound") << server->url("text.wav")
-                              << QStringList{"This appears to be a text file"};
+                                << "Stream doesn't contain enough data.";
     media::writeFile("empty.wav", QByteArray());
-    media::writeFile("text.wav", QByteArray("Nothing to hear in here.\n").repeated(100));
 }
 
 void TestWeb::failureIsReported()
 {
     QFETCH(QString, url);
-    QFETCH(QStringList, reasons);
+    QFETCH(QString, reason);
     PlayerProbe probe(new UriSimplePlayer(url, "token", "null"));
     QVERIFY(probe->startPlayback());
-    const QStringList outcomes = probe.finish();
-    QVERIFY2(isOneOf(reasons, outcomes), qPrintable(outcomes.join('\n')));
+    QCOMPARE(probe.finish(), QStringList("error token: " + reason));
 }
 
 void TestWeb::unknownCertificateIsRefused()
 {
     PlayerProbe probe(new UriSimplePlayer(server->httpsUrl("item.wav"), "token", "null"));
     QVERIFY(probe->startPlayback());
-    const QStringList outcomes = probe.finish();
-    QVERIFY2(isOneOf({"Secure connection setup failed.", "Internal data stream error."}, outcomes),
-             qPrintable(outcomes.join('\n')));
-}
-
-void TestWeb::refusedConnectionIsReported()
-{
-    const RefusingPort port;
-    PlayerProbe probe(new UriSimplePlayer(port.url(), "token", "null"));
-    QVERIFY(probe->startPlayback());
-    const QStringList outcomes = probe.finish();
-    QVERIFY2(isOneOf({"Could not establish connection to server.", "Internal data stream error."},
-                     outcomes),
-             qPrintable(outcomes.join('\n')));
+    // GStreamer finds libsoup 2.4, or 3 where a desktop is installed.
+    const QString outcomes = probe.finish().join('\n');
+    QVERIFY2(outcomes == "error token: Secure connection setup failed." ||
+                 outcomes == "error token: Internal data stream error.",
+             qPrintable(outcomes));
 }
 
 void TestWeb::playerDeletedWhileConnectingIsSilent()
@@ -195,19 +167,13 @@ void TestWeb::playerDeletedWhileConnectingIsSilent()
 
 // ---- Looping -----------------------------------------------------------------------------------
 
-static int loops(const LogCapture& log)
-{
-    return log.texts("TRACE").count("Looping playbacktoken");
-}
-
 void TestWeb::loopingWithRangesPlaysAgain()
 {
-    LogCapture log;
     VirtualCard card("web");
     PlayerProbe probe(new UriSimplePlayer(server->url("item.wav"), "token", card.device()));
     probe->loop = true;
     QVERIFY(probe->startPlayback());
-    QVERIFY(waitFor([&log] { return loops(log) >= 2; }));
+    QVERIFY(card.waitForFrames(100000)); // the third time
     QVERIFY(probe->stopPlayback());
     QCOMPARE(probe.finish(), QStringList("stopped token"));
     QVERIFY(card.samples().startsWith(sound.samples));
@@ -229,7 +195,7 @@ void TestWeb::loopingWithoutRangesFails()
     probe->loop = true;
     QVERIFY(probe->startPlayback());
     QCOMPARE(probe.finish(), QStringList("error token: Server does not support seeking."));
-    QVERIFY(media::withoutTrailingSilence(card.samples(), sound.frameSize()) == sound.samples);
+    QCOMPARE(media::difference(card.samples(), sound.samples), QString());
 }
 
 KOVA_TEST(TestWeb)
