@@ -78,6 +78,16 @@ const Step cardIsOpen{"the card is open",
 const Step cardIsClosed{"the card is closed",
                         [](Playback& playback) { return playback.card->has("close"); }};
 
+const Step cardIsPaused{"the card is paused", [](Playback& playback) {
+                            const VirtualCard& card = *playback.card;
+                            if (!waitFor([&card] { return card.has("pause"); })) {
+                                return false;
+                            }
+                            const qint64 before = card.frames();
+                            deliverQueuedEvents();
+                            return card.frames() == before && before < playback.sound.frames();
+                        }};
+
 Step played(int frames)
 {
     return {"wait for sound",

@@ -212,7 +212,8 @@ void TestThreads::movedPlayerReportsInItsThread()
     QFETCH(QString, outcome);
     const bool fails = outcome.startsWith("error");
     const media::Pcm sound = media::noise(12000);
-    const VirtualCard card("card");
+    const bool isStopped = outcome.startsWith("stopped");
+    const VirtualCard card("card", isStopped ? Card::standingStill() : Card());
     QThread thread;
     thread.start();
     SourcePlayer moved(*source, Item(sound), fails ? "no_such_device" : card.device());
@@ -235,7 +236,7 @@ void TestThreads::movedPlayerReportsInItsThread()
     if (source->hasWriter && !fails) {
         FifoWriter(moved.item.fifo).write(moved.item.bytes);
     }
-    if (outcome == "stopped token") {
+    if (isStopped) {
         runThere([player] { player->stopPlayback(); });
     }
     QVERIFY(moved.waitForOutcome());
