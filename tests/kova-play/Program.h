@@ -1,0 +1,119 @@
+#ifndef KOVA_PLAY_PROGRAM_H
+#define KOVA_PLAY_PROGRAM_H
+
+#include "kit/HttpServer.h"
+#include "kit/Waiting.h"
+
+#include <QtCore/QProcess>
+#include <QtCore/QStringList>
+
+#include <termios.h>
+
+/// What starts the program.
+QString kovaPlay();
+
+/// The program with plain input and output.
+class Program : public ChildProcess
+{
+public:
+    explicit Program(const QStringList& arguments);
+
+    void set(const QString& variable, const QString& value);
+
+    void begin();
+
+    /// Waits until it is gone; begins it before, if that was not done.
+    /// @return its exit status, or the negative number of the signal that it died of
+    int finish();
+
+    void send(int number) const;
+
+    QByteArray out; ///< standard output so far
+    QByteArray err; ///< standard error so far
+
+protected:
+    void setupChildProcess() override;
+
+private:
+    bool begun = false;
+};
+
+/// The program, or a shell, on a terminal of its own.
+class TerminalProgram : public Program
+{
+public:
+    explicit TerminalProgram(const QStringList& arguments, unsigned short columns = 80);
+    ~TerminalProgram() override;
+
+    void type(const QByteArray& keys) const;
+
+    void resize(unsigned short columns) const;
+
+    /// Everything that the terminal was sent.
+    QByteArray screen();
+
+    /// Waits until the terminal was sent `text` behind what an earlier call has found.
+    bool waitForText(const QByteArray& text);
+
+    /// Forgets what was sent until now.
+    void clear();
+
+    /// The terminal goes away, as when its window is closed.
+    void hangUp();
+
+    /// What an interactive shell does when it takes the terminal.
+    void resetMode() const { tcsetattr(slave, TCSANOW, &formerMode); }
+
+    bool givesSingleKeys() const { return (mode().c_lflag & (ICANON | ECHO)) == 0; }
+
+    bool hasFormerMode() const;
+
+    /// The texts that were shown in the live line, one after the other.
+    QStringList liveLines();
+
+protected:
+    void setupChildProcess() override;
+
+private:
+    termios mode() const;
+
+    int master;
+    int slave;
+    termios formerMode;
+    QByteArray sent;
+    int seen = 0;
+};
+
+/// A test of the program, with two short sounds in its folder: one.wav and two.wav.
+class ProgramTest : public QObject
+{
+protected:
+    ProgramTest();
+
+    QByteArray samplesOfOne;
+    QByteArray samplesOfTwo;
+    QString one; ///< the path of a sound
+    QString two;
+};
+
+/// Whether the program's own sanitizer hands no signal to a program that is blocked.
+#ifdef __SANITIZE_THREAD__
+constexpr bool signalsAreHeldBack = true;
+#else
+constexpr bool signalsAreHeldBack = false;
+#endif
+
+/// Has a program run without root's right to read and write everything.
+void bindToPermissions(Program& program);
+
+/// The elements of this machine without those of one plug-in.
+void hidePlugin(Program& program, const QString& fileName);
+
+/// An item that blocks the program's only thread when it is started: a FIFO that nobody writes.
+QString makeBlockingItem();
+
+/// Sends SIGINT again and again until the program is gone: a single one would be handled by its
+/// event loop, which does not turn.
+int interruptRepeatedly(Program& program);
+
+#endif

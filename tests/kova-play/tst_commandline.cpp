@@ -1,0 +1,91 @@
+#include "Program.h"
+
+#include "kit/TestMain.h"
+
+#include <QtCore/QRegularExpression>
+#include <QtTest/QtTest>
+
+class TestCommandLine : public ProgramTest
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void usageErrors_data();
+    void usageErrors();
+    void helpNamesEveryOption();
+    void versionIsShown();
+    void outputThatCannotBeWrittenFails();
+};
+
+void TestCommandLine::usageErrors_data()
+{
+    QTest::addColumn<QStringList>("arguments");
+    QTest::addColumn<QByteArray>("message");
+
+    QTest::newRow("nothing") << QStringList{} << QByteArray("No item");
+    QTest::newRow("no item") << QStringList{"-d", "null"} << QByteArray("No item");
+    QTest::newRow("unknown") << QStringList{"--colour", "a"} << QByteArray("'colour'");
+    QTest::newRow("value left out") << QStringList{"a", "-d"} << QByteArray("'-d'");
+    QTest::newRow("value too many") << QStringList{"--loop=3", "a"} << QByteArray("loop");
+    QTest::newRow("empty device") << QStringList{"-d", "", "a"} << QByteArray("--device");
+    QTest::newRow("empty token") << QStringList{"-t", "", "a"} << QByteArray("--token");
+    QTest::newRow("empty folder") << QStringList{"--graphs=", "a"} << QByteArray("--graphs");
+    QTest::newRow("check of item") << QStringList{"--check", "a"} << QByteArray("no items");
+    QTest::newRow("input twice") << QStringList{"-", "-"} << QByteArray("only once");
+    QTest::newRow("caps alone") << QStringList{"--caps", "audio/x-raw", "a"}
+                                << QByteArray("--pipe");
+    QTest::newRow("no caps") << QStringList{"--caps", "a b(", "--pipe", "p"}
+                             << QByteArray("x-unaligned-raw");
+    QTest::newRow("empty pipe") << QStringList{"--pipe", ""} << QByteArray("--pipe");
+    QTest::newRow("empty file") << QStringList{"--data", ""} << QByteArray("--data");
+    QTest::newRow("check of data")
+        << QStringList{"--check", "--data", "a"} << QByteArray("no items");
+    QTest::newRow("two tasks") << QStringList{"--check", "--list-devices"} << QByteArray("exclude");
+    QTest::newRow("folder in a file") << QStringList{"--fake", "--graphs", "one.wav/pictures", "a"}
+                                      << QByteArray("another folder");
+}
+
+void TestCommandLine::usageErrors()
+{
+    QFETCH(QStringList, arguments);
+    QFETCH(QByteArray, message);
+
+    Program program(arguments);
+    QCOMPARE(program.finish(), 2);
+    QCOMPARE(program.out, QByteArray());
+    QVERIFY2(program.err.contains(message), program.err);
+    QVERIFY(program.err.endsWith("kova-play: Try 'kova-play --help'.\n"));
+}
+
+void TestCommandLine::helpNamesEveryOption()
+{
+    Program program({"--help"});
+    QCOMPARE(program.finish(), 0);
+    QVERIFY(program.out.startsWith("Usage: kova-play [options] ITEM"));
+    for (const char* option :
+         {"--device", "--token", "--loop", "--at-once", "--verbose", "--graphs", "--list-devices",
+          "--check", "--fake", "--version", "--data", "--pipe", "--caps"}) {
+        QVERIFY2(program.out.contains(option), option);
+    }
+    QCOMPARE(program.err, QByteArray());
+}
+
+void TestCommandLine::versionIsShown()
+{
+    Program program({"--version"});
+    QCOMPARE(program.finish(), 0);
+    QVERIFY(QRegularExpression("^kova-play \\d+\\.\\d+\\.\\d+\n$")
+                .match(QString::fromUtf8(program.out))
+                .hasMatch());
+}
+
+void TestCommandLine::outputThatCannotBeWrittenFails()
+{
+    Program program({"--fake", "a"});
+    program.setStandardOutputFile("/dev/full");
+    QCOMPARE(program.finish(), 1);
+    QVERIFY(program.err.contains("standard output"));
+}
+
+KOVA_TEST(TestCommandLine)
+#include "tst_commandline.moc"

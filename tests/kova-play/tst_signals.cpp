@@ -1,0 +1,75 @@
+#include "Program.h"
+
+#include "kit/TestMain.h"
+#include "kit/VirtualCard.h"
+
+#include <QtTest/QtTest>
+
+#include <csignal>
+
+class TestSignals : public ProgramTest
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void signalStopsLoopAndItemsNotBegun_data();
+    void signalStopsLoopAndItemsNotBegun();
+    void secondInterruptEndsBlockedProgram();
+    void ignoredSignalStaysIgnored();
+};
+
+void TestSignals::signalStopsLoopAndItemsNotBegun_data()
+{
+    QTest::addColumn<int>("number");
+    QTest::newRow("SIGINT") << SIGINT;
+    QTest::newRow("SIGTERM") << SIGTERM;
+    QTest::newRow("SIGHUP") << SIGHUP;
+}
+
+void TestSignals::signalStopsLoopAndItemsNotBegun()
+{
+    QFETCH(int, number);
+    const VirtualCard card("card");
+    Program program({"-d", card.device(), "--loop", one, two});
+    program.begin();
+    const QByteArray part = samplesOfOne.mid(40000, 4000);
+    QVERIFY(waitFor([&] { return card.samples().count(part) > 1; })); // it has looped
+    program.send(number);
+    QCOMPARE(program.finish(), 0);
+    QCOMPARE(program.out, QByteArray("stopped one.wav\nstopped two.wav\n"));
+    QCOMPARE(program.err, QByteArray());
+    QCOMPARE(card.eventNames().count("open"), 1);
+}
+
+void TestSignals::secondInterruptEndsBlockedProgram()
+{
+    if (signalsAreHeldBack) {
+        QSKIP("ThreadSanitizer hands no signal to a program that is blocked");
+    }
+    Program program({"-v", "-d", "null", makeBlockingItem()});
+    program.begin();
+    QVERIFY(waitFor([&] { return program.err.contains("Enter"); }));
+    QCOMPARE(interruptRepeatedly(program), -SIGINT);
+    QCOMPARE(program.out, QByteArray());
+}
+
+void TestSignals::ignoredSignalStaysIgnored()
+{
+    const VirtualCard card("card");
+    Program program({});
+    program.setProgram("bash");
+    program.setArguments(
+        {"-c", R"(trap '' HUP; exec "$0" -d "$1" --loop one.wav)", kovaPlay(), card.device()});
+    program.begin();
+    QVERIFY(waitFor([&] { return card.frames() > 0; }));
+    program.send(SIGHUP);
+    const qint64 framesAtSignal = card.frames();
+    const qint64 framesOfOne = samplesOfOne.size() / 4;
+    QVERIFY(waitFor([&] { return card.frames() > framesAtSignal + 4 * framesOfOne; }));
+    QCOMPARE(program.out, QByteArray());
+    program.send(SIGTERM);
+    QCOMPARE(program.finish(), 0);
+}
+
+KOVA_TEST(TestSignals)
+#include "tst_signals.moc"
