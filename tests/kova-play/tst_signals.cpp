@@ -14,6 +14,7 @@ class TestSignals : public ProgramTest
 private Q_SLOTS:
     void signalStopsLoopAndItemsNotBegun_data();
     void signalStopsLoopAndItemsNotBegun();
+    void interruptEndsTheLoopOfAShell();
     void secondInterruptEndsBlockedProgram();
     void ignoredSignalStaysIgnored();
 };
@@ -21,24 +22,41 @@ private Q_SLOTS:
 void TestSignals::signalStopsLoopAndItemsNotBegun_data()
 {
     QTest::addColumn<int>("number");
-    QTest::newRow("SIGINT") << SIGINT;
-    QTest::newRow("SIGTERM") << SIGTERM;
-    QTest::newRow("SIGHUP") << SIGHUP;
+    QTest::addColumn<int>("status");
+    QTest::newRow("SIGINT") << SIGINT << -SIGINT;
+    QTest::newRow("SIGTERM") << SIGTERM << 0;
+    QTest::newRow("SIGHUP") << SIGHUP << 0;
 }
 
 void TestSignals::signalStopsLoopAndItemsNotBegun()
 {
     QFETCH(int, number);
+    QFETCH(int, status);
     const VirtualCard card("card");
     Program program({"-d", card.device(), "--loop", one, two});
     program.begin();
     const QByteArray part = samplesOfOne.mid(40000, 4000);
     QVERIFY(waitFor([&] { return card.samples().count(part) > 1; })); // it has looped
     program.send(number);
-    QCOMPARE(program.finish(), 0);
+    QCOMPARE(program.finish(), status);
     QCOMPARE(program.out, QByteArray("stopped one.wav\nstopped two.wav\n"));
     QCOMPARE(program.err, QByteArray());
     QCOMPARE(card.eventNames().count("open"), 1);
+    QCOMPARE(card.eventNames().count("close"), 1);
+}
+
+void TestSignals::interruptEndsTheLoopOfAShell()
+{
+    TerminalProgram program({});
+    program.setProgram("bash");
+    program.setArguments(
+        {"--norc", "-c", "for item in a b; do \"$0\" --fake --loop $item; done", kovaPlay()});
+    program.begin();
+    QVERIFY(program.waitForText("a  playing"));
+    program.type("\003"); // ^C
+    QCOMPARE(program.finish(), -SIGINT);
+    QVERIFY(program.screen().contains("stopped a\r\n"));
+    QVERIFY(!program.screen().contains("b  playing"));
 }
 
 void TestSignals::secondInterruptEndsBlockedProgram()

@@ -236,7 +236,7 @@ void TestTerminal::terminalHasItsModeBack_data()
 {
     QTest::addColumn<int>("number");
     QTest::addColumn<int>("status");
-    QTest::newRow("SIGINT") << SIGINT << 0;
+    QTest::newRow("SIGINT") << SIGINT << -SIGINT;
     QTest::newRow("SIGTERM") << SIGTERM << 0;
     QTest::newRow("SIGHUP") << SIGHUP << 0;
     QTest::newRow("SIGQUIT") << SIGQUIT << -SIGQUIT;

@@ -7,6 +7,7 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
+#include <cstdlib>
 #include <ctime>
 
 #include <fcntl.h>
@@ -21,7 +22,8 @@ constexpr long sameInterrupt = 100; // milliseconds
 
 std::array<int, 2> pipeEnds = {-1, -1}; // written before the handlers are installed
 long firstInterrupt = -1;               // in milliseconds; touched by the handler of SIGINT alone
-struct sigaction suspendAction = {};    // how SIGTSTP is handled
+volatile std::sig_atomic_t interrupted = 0;
+struct sigaction suspendAction = {}; // how SIGTSTP is handled
 
 long now()
 {
@@ -50,6 +52,7 @@ extern "C" void writeSignal(int number)
 {
     const int savedErrno = errno;
     if (number == SIGINT) {
+        interrupted = 1;
         dieOfSecondInterrupt();
     }
     const char byte = static_cast<char>(number);
@@ -104,6 +107,17 @@ void UnixSignals::suspendProcess()
     // Returns when the process is continued; at once when nobody could continue it.
     raise(SIGTSTP); // NOLINT(cert-err33-c)
     sigaction(SIGTSTP, &suspendAction, nullptr);
+}
+
+bool UnixSignals::wasInterrupted()
+{
+    return interrupted != 0;
+}
+
+void UnixSignals::dieOfInterrupt()
+{
+    raise(SIGINT);            // NOLINT(cert-err33-c): the handling is the default one again
+    std::_Exit(128 + SIGINT); // SIGINT is blocked
 }
 
 void UnixSignals::readSignal()

@@ -22,6 +22,12 @@ public:
     /// SIGTSTP is out of the way meanwhile.
     void suspendProcess();
 
+    /// Whether a SIGINT came that was handled. Also valid when the object is gone.
+    static bool wasInterrupted();
+    /// Ends the process by SIGINT, so that a shell also ends the loop or list that it runs.
+    /// After the object is gone only.
+    [[noreturn]] static void dieOfInterrupt();
+
 Q_SIGNALS:
     /// SIGINT, SIGTERM or SIGHUP came.
     void stopRequested();

@@ -6,6 +6,7 @@
 #include "Graphs.h"
 #include "LogOutput.h"
 #include "Session.h"
+#include "UnixSignals.h"
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QFile>
@@ -114,9 +115,12 @@ int main(int argc, char** argv)
         return complain(commandLine.error(), console);
     }
     const int status = perform(commandLine, console);
-    if (!console.resultsWritten()) {
+    const bool written = console.resultsWritten();
+    if (!written) {
         console.printMessage("standard output could not be written");
-        return Failure;
     }
-    return status;
+    if (UnixSignals::wasInterrupted()) {
+        UnixSignals::dieOfInterrupt();
+    }
+    return written ? status : Failure;
 }
