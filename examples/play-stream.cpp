@@ -16,7 +16,7 @@ int main(int argc, char** argv)
     QCoreApplication application(argc, argv);
     const QStringList arguments = application.arguments();
     if (arguments.size() < 2) {
-        qFatal("usage: play-stream PIPE [DEVICE]");
+        return reportUsage("play-stream PIPE [DEVICE]");
     }
     // Containers and compressed streams need no caps: GStreamer detects their type.
     StreamSimplePlayer player(arguments[1], QString(), "the stream", arguments.value(2, "default"));

@@ -13,7 +13,7 @@ int main(int argc, char** argv)
     QCoreApplication application(argc, argv);
     const QStringList arguments = application.arguments();
     if (arguments.size() < 2) {
-        qFatal("usage: play-uri ITEM [DEVICE]");
+        return reportUsage("play-uri ITEM [DEVICE]");
     }
     UriSimplePlayer player(arguments[1], "the item", arguments.value(2, "default"));
     return play(player);

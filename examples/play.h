@@ -6,6 +6,13 @@
 #include <QtCore/QTextStream>
 #include <QtCore/QTimer>
 
+/// Prints what the arguments must be. @return the status to exit with
+inline int reportUsage(const char* usage)
+{
+    QTextStream(stderr) << "usage: " << usage << '\n';
+    return 64; // EX_USAGE of sysexits.h
+}
+
 /// @return the status to exit with: 0 when the item was played to its end
 inline int play(SimplePlayer& player)
 {

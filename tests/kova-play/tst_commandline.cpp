@@ -1,8 +1,11 @@
 #include "Program.h"
 
 #include "kit/TestMain.h"
+#include "kit/TestProcess.h"
 
+#include <QtCore/QDir>
 #include <QtCore/QRegularExpression>
+#include <QtCore/QStandardPaths>
 #include <QtTest/QtTest>
 
 class TestCommandLine : public ProgramTest
@@ -13,6 +16,7 @@ private Q_SLOTS:
     void usageErrors_data();
     void usageErrors();
     void helpNamesEveryOption();
+    void helpOfPlayScriptNeedsNoTools();
     void versionIsShown();
     void outputThatCannotBeWrittenFails();
 };
@@ -67,6 +71,24 @@ void TestCommandLine::helpNamesEveryOption()
           "--check", "--fake", "--version", "--data", "--pipe", "--caps"}) {
         QVERIFY2(program.out.contains(option), option);
     }
+    QCOMPARE(program.err, QByteArray());
+}
+
+void TestCommandLine::helpOfPlayScriptNeedsNoTools()
+{
+    // Only what prints the text: nothing here installs or builds.
+    QDir().mkpath(TestProcess::path("bin"));
+    for (const QString& tool : {"bash", "dirname", "sed"}) {
+        QFile::link(QStandardPaths::findExecutable(tool), TestProcess::path("bin/" + tool));
+    }
+    Program program({});
+    program.setProgram("bash");
+    program.setArguments({PLAY_SCRIPT, "--help"});
+    program.set("PATH", TestProcess::path("bin"));
+    QCOMPARE(program.finish(), 0);
+    QVERIFY2(program.out.startsWith("usage: scripts/play [OPTION"), program.out);
+    QVERIFY(!program.out.contains("set -"));
+    QVERIFY2(program.out.contains("--device") || program.out.contains("kova-play.1"), program.out);
     QCOMPARE(program.err, QByteArray());
 }
 
