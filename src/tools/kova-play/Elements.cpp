@@ -30,16 +30,6 @@ QString elements::initialise()
     // GCOVR_EXCL_STOP
 }
 
-bool elements::isCapsDescription(const QString& text)
-{
-    GstCaps* caps = gst_caps_from_string(text.toLocal8Bit().constData());
-    const bool isDescription = caps != nullptr;
-    if (caps) {
-        gst_caps_unref(caps);
-    }
-    return isDescription;
-}
-
 bool elements::isInstalled(const Element& element)
 {
     GstElementFactory* factory = gst_element_factory_find(element.name);

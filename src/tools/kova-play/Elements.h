@@ -21,9 +21,6 @@ const std::vector<Element>& needed();
 /// @return why that failed; empty when it did not
 QString initialise();
 
-/// Whether a text describes caps. After initialise() only.
-bool isCapsDescription(const QString& text);
-
 /// Whether GStreamer's registry has the element. After initialise() only.
 bool isInstalled(const Element& element);
 

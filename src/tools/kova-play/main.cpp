@@ -1,3 +1,4 @@
+#include "Caps.h"
 #include "Check.h"
 #include "CommandLine.h"
 #include "Console.h"
@@ -48,26 +49,15 @@ QByteArray readStandardInput()
     // GCOVR_EXCL_BR_STOP
 }
 
-/// What is wrong with the caps, in one line; empty when they are as they should be.
-QString findProblemOfCaps(const QString& caps)
-{
-    // GCOVR_EXCL_BR_START: GStreamer itself is there where tests run
-    if (caps.isEmpty() || !elements::initialise().isEmpty() || elements::isCapsDescription(caps)) {
-        // GCOVR_EXCL_BR_STOP
-        return QString();
-    }
-    return QString("'%1' does not describe caps. Raw samples are described like this: "
-                   "audio/x-unaligned-raw,format=S16LE,rate=16000,channels=1,layout=interleaved")
-        .arg(caps);
-}
-
 int play(const Options& options, Console& console)
 {
     const LogOutput log(options.verbosity, console);
     Graphs graphs(options.graphsFolder);
     QString problem = options.graphsFolder.isEmpty() ? QString() : graphs.prepare();
-    if (problem.isEmpty()) {
-        problem = findProblemOfCaps(options.caps);
+    // GCOVR_EXCL_BR_START: GStreamer itself is there where tests run
+    if (problem.isEmpty() && !options.caps.isEmpty() && elements::initialise().isEmpty()) {
+        // GCOVR_EXCL_BR_STOP
+        problem = caps::problemWith(options.caps);
     }
     if (!problem.isEmpty()) {
         return complain(problem, console);
