@@ -193,18 +193,41 @@ void bindToPermissions(Program& program)
     }
 }
 
-void hidePlugin(Program& program, const QString& fileName)
+/// A folder with links to plug-ins becomes the only one that the program knows.
+static void setPlugins(Program& program, const QStringList& fileNames)
 {
-    const QString folder = TestProcess::path("plugins");
+    static int count = 0;
+    const QString folder = TestProcess::path(QString("plugins-%1").arg(++count));
     QDir().mkpath(folder);
-    const QDir system(QStringLiteral(GSTREAMER_PLUGINS));
-    for (const QString& file : system.entryList({"*.so"}, QDir::Files)) {
-        if (file != fileName) {
-            QFile::link(system.filePath(file), folder + '/' + file);
-        }
+    for (const QString& name : fileNames) {
+        QFile::link(QDir(QStringLiteral(GSTREAMER_PLUGINS)).filePath(name), folder + '/' + name);
     }
     program.set("GST_PLUGIN_SYSTEM_PATH_1_0", folder);
-    program.set("GST_REGISTRY", TestProcess::path("incomplete-registry.bin"));
+    program.set("GST_REGISTRY", folder + "/registry.bin");
+}
+
+void hidePlugin(Program& program, const QString& fileName)
+{
+    QStringList files = QDir(QStringLiteral(GSTREAMER_PLUGINS)).entryList({"*.so"}, QDir::Files);
+    files.removeAll(fileName);
+    setPlugins(program, files);
+}
+
+void offerPlugins(Program& program, const QStringList& plugins)
+{
+    QStringList names = {"alsa",         "app",      "audioconvert",     "audioresample",
+                         "coreelements", "playback", "typefindfunctions"};
+    names += plugins;
+    for (QString& name : names) {
+        name = "libgst" + name + ".so";
+    }
+    setPlugins(program, names);
+}
+
+QStringList pluginsOfAllFormats()
+{
+    return {"audioparsers", "flac", "id3demux", "isomp4", "matroska", "mpg123",
+            "ogg",          "opus", "soup",     "vorbis", "wavparse"};
 }
 
 QString makeBlockingItem()

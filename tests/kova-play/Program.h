@@ -109,6 +109,13 @@ void bindToPermissions(Program& program);
 /// The elements of this machine without those of one plug-in.
 void hidePlugin(Program& program, const QString& fileName);
 
+/// No elements but those that every player needs and those of some plug-ins.
+/// @param plugins  their names: "wavparse" for the file libgstwavparse.so
+void offerPlugins(Program& program, const QStringList& plugins);
+
+/// The plug-ins behind all formats that --check lists and this machine can play.
+QStringList pluginsOfAllFormats();
+
 /// An item that blocks the program's only thread when it is started: a FIFO that nobody writes.
 QString makeBlockingItem();
 

@@ -15,8 +15,8 @@ class TestCommandLine : public ProgramTest
 private Q_SLOTS:
     void usageErrors_data();
     void usageErrors();
-    void helpNamesEveryOption();
     void helpOfPlayScriptNeedsNoTools();
+    void helpIsAscii();
     void versionIsShown();
     void outputThatCannotBeWrittenFails();
 };
@@ -34,14 +34,14 @@ void TestCommandLine::usageErrors_data()
     QTest::newRow("empty device") << QStringList{"-d", "", "a"} << QByteArray("--device");
     QTest::newRow("empty token") << QStringList{"-t", "", "a"} << QByteArray("--token");
     QTest::newRow("empty folder") << QStringList{"--graphs=", "a"} << QByteArray("--graphs");
-    QTest::newRow("check of item") << QStringList{"--check", "a"} << QByteArray("no items");
+    QTest::newRow("list of item") << QStringList{"--list-devices", "a"} << QByteArray("no items");
     QTest::newRow("input twice") << QStringList{"-", "-"} << QByteArray("only once");
     QTest::newRow("caps alone") << QStringList{"--caps", "audio/x-raw", "a"}
                                 << QByteArray("--pipe");
     QTest::newRow("empty pipe") << QStringList{"--pipe", ""} << QByteArray("--pipe");
     QTest::newRow("empty file") << QStringList{"--data", ""} << QByteArray("--data");
     QTest::newRow("check of data")
-        << QStringList{"--check", "--data", "a"} << QByteArray("no items");
+        << QStringList{"--check", "--data", "a"} << QByteArray("files and web addresses only");
     QTest::newRow("two tasks") << QStringList{"--check", "--list-devices"} << QByteArray("exclude");
     QTest::newRow("folder in a file") << QStringList{"--fake", "--graphs", "one.wav/pictures", "a"}
                                       << QByteArray("another folder");
@@ -59,15 +59,13 @@ void TestCommandLine::usageErrors()
     QVERIFY(program.err.endsWith("kova-play: Try 'kova-play --help'.\n"));
 }
 
-void TestCommandLine::helpNamesEveryOption()
+void TestCommandLine::helpIsAscii()
 {
     Program program({"--help"});
     QCOMPARE(program.finish(), 0);
     QVERIFY(program.out.startsWith("Usage: kova-play [options] ITEM"));
-    for (const char* option :
-         {"--device", "--token", "--loop", "--at-once", "--verbose", "--graphs", "--list-devices",
-          "--check", "--fake", "--version", "--data", "--pipe", "--caps"}) {
-        QVERIFY2(program.out.contains(option), option);
+    for (const char byte : program.out) {
+        QVERIFY(static_cast<unsigned char>(byte) < 0x80);
     }
     QCOMPARE(program.err, QByteArray());
 }

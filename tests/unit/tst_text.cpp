@@ -3,6 +3,7 @@
 
 #include <tools/kova-play/Text.h>
 
+#include <QtCore/QTextCodec>
 #include <QtTest/QtTest>
 
 #include <clocale>
@@ -19,6 +20,7 @@ private Q_SLOTS:
     void lineHasNoBreaks();
     void wideAndCombiningCharactersAreCounted();
     void longLineIsCut();
+    void quotesBecomeThoseOfTheLocale();
     void clockHasHoursWhenNeeded_data();
     void clockHasHoursWhenNeeded();
 };
@@ -60,6 +62,19 @@ void TestText::longLineIsCut()
     QCOMPARE(text::fitted(QString::fromUtf8("\u6f22\u5b57\u6f22"), 5),
              QString::fromUtf8("\u6f22..."));
     QCOMPARE(text::fitted(QString::fromUtf8("\u6f22\u5b57\u6f22"), 3), QString::fromUtf8("\u6f22"));
+}
+
+void TestText::quotesBecomeThoseOfTheLocale()
+{
+    const QString quotes = QString::fromUtf8("\u201ca\u201d \u2018b\u2019 \u2013 \u2026");
+    QTextCodec* const former = QTextCodec::codecForLocale();
+    QTextCodec::setCodecForLocale(QTextCodec::codecForName("US-ASCII"));
+    const QByteArray ascii = text::encoded(quotes);
+    QTextCodec::setCodecForLocale(QTextCodec::codecForName("UTF-8"));
+    const QByteArray utf8 = text::encoded(quotes);
+    QTextCodec::setCodecForLocale(former);
+    QCOMPARE(ascii, QByteArray("\"a\" 'b' - ..."));
+    QCOMPARE(utf8, quotes.toUtf8());
 }
 
 void TestText::clockHasHoursWhenNeeded_data()

@@ -118,3 +118,22 @@ QString caps::problemWith(const QString& text)
     }
     return problem.isEmpty() ? QString() : "--caps: " + problem;
 }
+
+QString caps::inWords(const GstCaps* format)
+{
+    if (gst_caps_get_size(format) == 0) {
+        return QString();
+    }
+    const GstStructure* structure = gst_caps_get_structure(format, 0);
+    int rate = 0;
+    int channels = 0;
+    const gchar* samples = gst_structure_get_string(structure, "format");
+    if (!samples || !gst_structure_get_int(structure, "rate", &rate) ||
+        !gst_structure_get_int(structure, "channels", &channels)) {
+        return QString::fromUtf8(gst_structure_get_name(structure));
+    }
+    const QString arrangement = channels == 1   ? QString("mono")
+                                : channels == 2 ? QString("stereo")
+                                                : QString("%1 channels").arg(channels);
+    return QString("%1 Hz %2 %3").arg(QString::number(rate), arrangement, samples);
+}

@@ -3,6 +3,10 @@
 #include "Console.h"
 #include "Devices.h"
 #include "Elements.h"
+#include "Examine.h"
+#include "Formats.h"
+#include "GstLog.h"
+#include "Registry.h"
 
 #include <QtCore/QAbstractEventDispatcher>
 
@@ -33,6 +37,75 @@ bool checkElements(Console& console)
     return complete;
 }
 
+void checkVersion(Console& console)
+{
+    const QString problem = problemWithGStreamer();
+    // GCOVR_EXCL_BR_START: for the versions that are installed
+    console.printResult(problem.isEmpty()
+                            ? "ok      " + gstreamerVersion()
+                            : QString("warning %1: %2").arg(gstreamerVersion(), problem));
+    // GCOVR_EXCL_BR_STOP
+}
+
+void checkFormats(Console& console)
+{
+    for (const formats::Format& format : formats::all()) {
+        const QStringList packages = formats::missingPackages(format);
+        console.printResult(packages.isEmpty() ? QString("ok      format %1").arg(format.name)
+                                               : QString("missing format %1: apt-get install %2")
+                                                     .arg(format.name, packages.join(' ')));
+    }
+}
+
+/// @return whether the players can be made
+bool checkGStreamer(Console& console)
+{
+    const GstLog log(false, true, console);
+    const Registry registry;
+    const QString problem = elements::initialise();
+    // GCOVR_EXCL_START: GStreamer itself is there where tests run
+    if (!problem.isEmpty()) {
+        return report("GStreamer", problem, console);
+    }
+    // GCOVR_EXCL_STOP
+    checkVersion(console);
+    const Registry::Report state = registry.report(log.registry().outdated);
+    console.printResult((state.costs ? "warning " : "ok      ") + state.text);
+    const bool complete = checkElements(console);
+    checkFormats(console);
+    return complete;
+}
+
+bool checkDevice(const QString& device, Console& console)
+{
+    const devices::Report state = devices::examine(device);
+    QString thing = "device " + device;
+    if (state.problem.isEmpty()) {
+        thing += ": " + state.takes;
+    }
+    return report(thing, state.problem, console);
+}
+
+bool checkItem(const QString& item, const QString& device, Console& console)
+{
+    const Examination found = examine(item, device);
+    QString thing = "item " + item;
+    QString problem = found.problem;
+    if (problem.isEmpty()) {
+        thing += ": " + found.type;
+    } else if (!found.hint.isEmpty()) {
+        problem += "; " + found.hint;
+    }
+    const bool playable = report(thing, problem, console);
+    if (!found.elements.isEmpty()) {
+        console.printResult("        elements: " + found.elements.join(", "));
+    }
+    if (!found.sound.isEmpty()) {
+        console.printResult(QString("        sound: %1; %2").arg(found.sound, found.fit));
+    }
+    return playable;
+}
+
 } // namespace
 
 bool runsOnGLib()
@@ -51,15 +124,15 @@ QString hintOnGLib()
     // GCOVR_EXCL_BR_STOP
 }
 
-bool runCheck(const QString& device, Console& console)
+bool runCheck(const QString& device, const QStringList& items, Console& console)
 {
     const bool glib =
         report("Qt on GLib's event dispatcher", runsOnGLib() ? QString() : hintOnGLib(), console);
-    const QString gstreamerProblem = elements::initialise();
-    // GCOVR_EXCL_BR_START: GStreamer itself is there where tests run
-    const bool gstreamer = report("GStreamer", gstreamerProblem, console) && checkElements(console);
-    // GCOVR_EXCL_BR_STOP
-    const bool opens =
-        report(QString("device %1").arg(device), devices::problemWith(device), console);
-    return glib && gstreamer && opens;
+    const bool gstreamer = checkGStreamer(console);
+    const bool opens = checkDevice(device, console);
+    bool playable = true;
+    for (const QString& item : items) {
+        playable = gstreamer && checkItem(item, device, console) && playable;
+    }
+    return glib && gstreamer && opens && playable;
 }

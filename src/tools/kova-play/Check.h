@@ -2,6 +2,7 @@
 #define KOVA_PLAY_CHECK_H
 
 #include <QtCore/QString>
+#include <QtCore/QStringList>
 
 class Console;
 
@@ -11,10 +12,12 @@ bool runsOnGLib();
 /// What to do when it does not.
 QString hintOnGLib();
 
-/// Looks for everything that playing needs and prints one line for each: "ok" and what is there, or
-/// "FAILED", what is wrong and what to do.
+/// Looks for everything that playing needs and prints one line for each, which begins with "ok" and
+/// what is there; "warning", with what is not as it should be; "missing", a format that cannot be
+/// played and the package that brings it; or "FAILED", what is wrong and what to do.
 /// @param device  the ALSA device to open
-/// @return whether nothing is missing
-bool runCheck(const QString& device, Console& console);
+/// @param items   paths and URIs to examine as well
+/// @return whether nothing has failed
+bool runCheck(const QString& device, const QStringList& items, Console& console);
 
 #endif

@@ -16,13 +16,17 @@ CommandLine::CommandLine()
       capsOption("caps", "What is written into the pipes, as GStreamer describes it.", "CAPS"),
       loopOption({"l", "loop"}, "Begin each item again at its end, until it is stopped."),
       atOnceOption("at-once", "Play all items at the same time. The device must be able to mix."),
-      verboseOption({"v", "verbose"},
-                    "Show the player's log on standard error. Given twice, show every step."),
+      verboseOption(
+          {"v", "verbose"},
+          "Show the player's log and GStreamer's warnings on standard error. Given twice, show "
+          "every step."),
+      timingOption("timing", "Show on standard error how long each part of a start takes."),
       graphsOption("graphs",
                    "Write a picture of the pipeline to the folder DIR at each change of its state.",
                    "DIR"),
       listDevicesOption("list-devices", "List the ALSA devices that can play, and exit."),
-      checkOption("check", "Look for what is needed to play on the device, and exit."),
+      checkOption("check",
+                  "Look for what is needed to play on the device, examine the items, and exit."),
       fakeOption("fake", "Play nothing: report each item as stopped, with --loop when it is."),
       helpOption({"h", "help"}, "Show this text, and exit."),
       versionOption("version", "Show the version, and exit.")
@@ -31,10 +35,11 @@ CommandLine::CommandLine()
                                      "On a terminal, space pauses and resumes, s stops the item "
                                      "and q quits.");
     parser.addPositionalArgument(
-        "ITEM", "Path, file://PATH, http://… or https://… to play; - for standard input.", "ITEM…");
+        "ITEM", "Path, file://PATH, http://... or https://... to play; - for standard input.",
+        "ITEM...");
     parser.addOptions({deviceOption, tokenOption, dataOption, pipeOption, capsOption, loopOption,
-                       atOnceOption, verboseOption, graphsOption, listDevicesOption, checkOption,
-                       fakeOption, helpOption, versionOption});
+                       atOnceOption, verboseOption, timingOption, graphsOption, listDevicesOption,
+                       checkOption, fakeOption, helpOption, versionOption});
 }
 
 QString CommandLine::help() const
@@ -66,6 +71,7 @@ void CommandLine::readOptions()
     parsed.token = parser.value(tokenOption);
     parsed.loop = parser.isSet(loopOption);
     parsed.atOnce = parser.isSet(atOnceOption);
+    parsed.timing = parser.isSet(timingOption);
     parsed.fake = parser.isSet(fakeOption);
     parsed.graphsFolder = parser.value(graphsOption);
     const QStringList given = parser.optionNames();
@@ -94,8 +100,12 @@ QString CommandLine::findProblem() const
     if (parser.isSet(checkOption) && parser.isSet(listDevicesOption)) {
         return "--check and --list-devices exclude each other.";
     }
-    if (parsed.task != Task::Play && parsed.itemCount() > 0) {
-        return "--check and --list-devices take no items.";
+    if (parsed.task == Task::ListDevices && parsed.itemCount() > 0) {
+        return "--list-devices takes no items.";
+    }
+    if (parsed.task == Task::Check &&
+        (!parsed.data.isEmpty() || !parsed.pipes.isEmpty() || parsed.items.contains("-"))) {
+        return "--check examines files and web addresses only.";
     }
     if (parsed.task == Task::Play && parsed.itemCount() == 0) {
         return "No item to play was named.";

@@ -28,6 +28,7 @@ struct Options
     bool loop = false;    ///< begin each item again at its end
     bool atOnce = false;  ///< play all items at the same time
     bool fake = false;    ///< play nothing
+    bool timing = false;  ///< show how long each part of a start takes
     int verbosity = 0;    ///< how often --verbose was given
     QString graphsFolder; ///< where pictures of pipelines go; empty: none are made
 
@@ -66,6 +67,7 @@ private:
     QCommandLineOption loopOption;
     QCommandLineOption atOnceOption;
     QCommandLineOption verboseOption;
+    QCommandLineOption timingOption;
     QCommandLineOption graphsOption;
     QCommandLineOption listDevicesOption;
     QCommandLineOption checkOption;

@@ -19,17 +19,17 @@ bool put(FILE* stream, const QByteArray& bytes)
 
 void Console::printResult(const QString& line)
 {
-    write(stdout, text::oneLine(line).toLocal8Bit() + '\n');
+    write(stdout, text::encoded(text::oneLine(line)) + '\n');
 }
 
-void Console::printText(const QString& text)
+void Console::printText(const QString& lines)
 {
-    write(stdout, text.toLocal8Bit());
+    write(stdout, text::encoded(lines));
 }
 
 void Console::printMessage(const QString& line)
 {
-    write(stderr, "kova-play: " + text::oneLine(line).toLocal8Bit() + '\n');
+    write(stderr, "kova-play: " + text::encoded(text::oneLine(line)) + '\n');
 }
 
 void Console::printLog(const std::string& lines)
@@ -37,9 +37,14 @@ void Console::printLog(const std::string& lines)
     write(stderr, QByteArray::fromStdString(lines));
 }
 
+void Console::printLogLine(const QString& line)
+{
+    write(stderr, text::encoded(text::oneLine(line)) + '\n');
+}
+
 void Console::setLiveLine(const QString& line)
 {
-    const QByteArray bytes = text::oneLine(line).toLocal8Bit();
+    const QByteArray bytes = text::encoded(text::oneLine(line));
     const std::lock_guard<std::mutex> lock(mutex);
     if (bytes == liveLine) {
         return;

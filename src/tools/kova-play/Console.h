@@ -14,11 +14,13 @@ public:
     /// Writes a result, one line on standard output.
     void printResult(const QString& line);
     /// Writes text that has its line ends on standard output.
-    void printText(const QString& text);
+    void printText(const QString& lines);
     /// Writes a message to the user, one line on standard error, after the program's name.
     void printMessage(const QString& line);
     /// Writes finished log lines on standard error.
     void printLog(const std::string& lines);
+    /// Writes one log line on standard error, in the encoding of the user.
+    void printLogLine(const QString& line);
 
     /// Puts `line` in the place of the live line, the unfinished last line of the terminal on
     /// standard error. It must be narrower than the terminal. An empty one removes the live line.

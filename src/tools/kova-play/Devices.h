@@ -17,10 +17,16 @@ struct Device
 /// All devices that can play and that the configuration wants to be listed.
 std::vector<Device> list();
 
-/// Opens a device for playback and closes it again.
+/// What a device is like.
+struct Report
+{
+    QString problem; ///< why nothing can be played on it and what to do; empty when it can
+    QString takes;   ///< its sample formats, rates and channels, and whether it can pause
+};
+
+/// Opens a device for playback, configures it and closes it again.
 /// @param name  its ALSA name
-/// @return what is wrong with it and what to do; empty when it opens
-QString problemWith(const QString& name);
+Report examine(const QString& name);
 
 } // namespace devices
 

@@ -3,6 +3,7 @@
 #include "Elements.h"
 #include "Owners.h"
 
+#undef signals // Qt's keyword, and the name of a field of GIO
 #include <gio/gio.h>
 
 #include <algorithm>

@@ -1,5 +1,7 @@
 #include "Playback.h"
 
+#include "Elements.h"
+
 namespace {
 
 /// How long a player that refused to start may take to report GStreamer's reason, in milliseconds.
@@ -58,7 +60,9 @@ void Playback::start(const QString& device, bool endlessly)
 void Playback::makePlayer(const QString& device, bool endlessly)
 {
     outputDevice = device;
+    trace.mark(&PipelineTrace::Moments::makingBegins);
     player = item->makePlayer(itemToken, device);
+    trace.mark(&PipelineTrace::Moments::made);
     player->loop = endlessly;
     connect(player.get(), &SimplePlayer::playbackEnded, this,
             [this] { finish({Outcome::Kind::Ended}); });
@@ -80,7 +84,10 @@ void Playback::makePlayer(const QString& device, bool endlessly)
 
 void Playback::requestPlaying()
 {
-    if (player->startPlayback()) {
+    trace.mark(&PipelineTrace::Moments::startBegins);
+    const bool started = startObserved();
+    trace.mark(&PipelineTrace::Moments::startEnds);
+    if (started) {
         currentState = State::Playing;
         watch.run();
         return;
@@ -88,6 +95,12 @@ void Playback::requestPlaying()
     // No stop now: it would throw away what GStreamer has to say about the refusal.
     currentState = State::Failing;
     grace.start(graceTime);
+}
+
+bool Playback::startObserved()
+{
+    const PipelineTrace::Scope scope(trace);
+    return player->startPlayback();
 }
 
 bool Playback::pause()
@@ -133,19 +146,31 @@ void Playback::refuse(const QString& reason, const QString& hint)
 
 void Playback::giveUpStarting()
 {
+    for (const elements::Element& element : elements::needed()) {
+        if (!elements::isInstalled(element)) {
+            refuse(QString("missing element %1").arg(element.name),
+                   QString("apt-get install %1").arg(element.package));
+            return;
+        }
+    }
     const QString reason = item->adviceOnFailedStart().reason;
-    fail(reason.isEmpty() ? "cannot be started (see -v)" : reason);
+    fail(reason.isEmpty() ? "cannot be started" : reason);
 }
 
 void Playback::fail(const QString& reason)
 {
-    finish({Outcome::Kind::Error, reason, hintOnFailure()});
+    const Missing missing = trace.missing();
+    if (missing.isCause()) {
+        finish({Outcome::Kind::Error, missing.reason(), missing.hint()});
+    } else {
+        finish({Outcome::Kind::Error, reason, hintOnFailure()});
+    }
 }
 
 QString Playback::hintOnFailure() const
 {
     if (currentState != State::Failing) {
-        return "run again with -v, and see the log for details";
+        return QString();
     }
     QString hint = item->adviceOnFailedStart().hint;
     if (!hint.isEmpty()) {
@@ -154,7 +179,7 @@ QString Playback::hintOnFailure() const
     return QString("kova-play --check --device '%1' looks for the cause").arg(outputDevice);
 }
 
-void Playback::finish(const Outcome& outcome)
+void Playback::finish(Outcome outcome)
 {
     if (currentState == State::Finished) {
         return; // a refused push beside the outcome
@@ -162,6 +187,8 @@ void Playback::finish(const Outcome& outcome)
     currentState = State::Finished;
     grace.stop();
     watch.halt();
+    trace.mark(&PipelineTrace::Moments::outcome);
+    outcome.moments = trace.moments();
     Q_EMIT outcomeKnown(outcome);
     if (!player) {
         QMetaObject::invokeMethod(this, "finished", Qt::QueuedConnection);

@@ -2,6 +2,7 @@
 #define KOVA_PLAY_PLAYBACK_H
 
 #include "Item.h"
+#include "Tracing.h"
 
 #include <QtCore/QElapsedTimer>
 #include <QtCore/QObject>
@@ -21,8 +22,9 @@ struct Outcome
     };
 
     Kind kind = Kind::Stopped;
-    QString reason = QString(); ///< of an error
-    QString hint = QString();   ///< what to do about an error; may be empty
+    QString reason = QString();          ///< of an error
+    QString hint = QString();            ///< what to do about an error; may be empty
+    PipelineTrace::Moments moments = {}; ///< when what was done
 };
 
 /// The time that something was running, pauses left out.
@@ -90,15 +92,17 @@ Q_SIGNALS:
 private:
     void makePlayer(const QString& device, bool endlessly);
     void requestPlaying();
+    bool startObserved();
     void giveUpStarting();
     Q_INVOKABLE void fail(const QString& reason);
     QString hintOnFailure() const;
-    void finish(const Outcome& outcome);
+    void finish(Outcome outcome);
 
     std::unique_ptr<Item> item;
     QString itemToken;
     QString outputDevice;
     std::unique_ptr<SimplePlayer> player; ///< from start() to the outcome
+    PipelineTrace trace;                  ///< of what the player does
     QTimer grace;                         ///< bounds State::Failing
     State currentState = State::Waiting;
     StopWatch watch;

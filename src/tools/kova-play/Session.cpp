@@ -2,6 +2,8 @@
 
 #include "Check.h"
 #include "Console.h"
+#include "GstLog.h"
+#include "Timing.h"
 
 #include <QtCore/QCoreApplication>
 
@@ -59,9 +61,10 @@ QString outcomeLine(const QString& token, const Outcome& outcome)
 
 } // namespace
 
-Session::Session(const Options& options, const QByteArray& standardInput, Console& output)
-    : console(output), playlist({options.device, options.loop, options.atOnce}),
-      liveLine(playlist, terminal, output)
+Session::Session(const Options& options, const QByteArray& standardInput, Console& output,
+                 const GstLog& log)
+    : console(output), gstLog(log), verbosity(options.verbosity), showsTiming(options.timing),
+      playlist({options.device, options.loop, options.atOnce}), liveLine(playlist, terminal, output)
 {
     addItems(options, standardInput);
     connectPlaylist();
@@ -121,8 +124,30 @@ void Session::reportOutcome(const QString& token, const Outcome& outcome)
     if (outcome.kind == Outcome::Kind::Error) {
         exitStatus = 1;
     }
-    if (!outcome.hint.isEmpty()) {
-        console.printMessage(outcome.hint);
+    const QString hint = hintOn(outcome);
+    if (!hint.isEmpty()) {
+        console.printMessage(hint);
+    }
+    if (showsTiming) {
+        for (const QString& line : timing::ofItem(token, outcome.moments, gstLog.pluginLoads())) {
+            console.printMessage(line);
+        }
+    }
+}
+
+/// What the user can do about an error that has no hint of its own, and has not done yet.
+QString Session::hintOn(const Outcome& outcome) const
+{
+    if (outcome.kind != Outcome::Kind::Error || !outcome.hint.isEmpty()) {
+        return outcome.hint;
+    }
+    switch (verbosity) {
+    case 0:
+        return "run again with -v, and see the log for details";
+    case 1:
+        return "run again with -vv, and see each step in the log";
+    default:
+        return "kova-play --check ITEM examines a file or a web address";
     }
 }
 

@@ -10,6 +10,7 @@
 #include <QtCore/QObject>
 
 class Console;
+class GstLog;
 
 /// One run that plays: connects the playlist with the user, who types keys and sends signals, reads
 /// the outcomes and watches the live line.
@@ -21,7 +22,9 @@ public:
     /// @param options        what to play, and how
     /// @param standardInput  what was read from it, if the item "-" is among them
     /// @param output         must outlive this object
-    Session(const Options& options, const QByteArray& standardInput, Console& output);
+    /// @param log            knows the plug-ins that are loaded; must outlive this object
+    Session(const Options& options, const QByteArray& standardInput, Console& output,
+            const GstLog& log);
 
     /// Plays everything in the application's event loop.
     /// @return the exit status: 0 when every item ended or was stopped, 1 when one failed
@@ -33,11 +36,15 @@ private:
     void connectUser();
     Q_INVOKABLE void begin();
     void reportOutcome(const QString& token, const Outcome& outcome);
+    QString hintOn(const Outcome& outcome) const;
     void onKey(char key);
     void suspend();
     void redraw();
 
     Console& console;
+    const GstLog& gstLog;
+    const int verbosity;
+    const bool showsTiming;
     UnixSignals unixSignals;
     Terminal terminal;
     Playlist playlist;

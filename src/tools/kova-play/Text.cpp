@@ -1,5 +1,7 @@
 #include "Text.h"
 
+#include <QtCore/QRegularExpression>
+#include <QtCore/QTextCodec>
 #include <QtCore/QVector>
 
 #include <algorithm>
@@ -41,6 +43,19 @@ QString text::oneLine(const QString& any)
         }
     }
     return line;
+}
+
+QByteArray text::encoded(const QString& any)
+{
+    if (QTextCodec::codecForLocale()->canEncode(any)) {
+        return any.toLocal8Bit();
+    }
+    QString plain = any;
+    plain.replace(QRegularExpression("[\u2018\u2019]"), "'");
+    plain.replace(QRegularExpression("[\u201c\u201d]"), "\"");
+    plain.replace(QRegularExpression("[\u2013\u2014]"), "-");
+    plain.replace(QChar(0x2026), "...");
+    return plain.toLocal8Bit();
 }
 
 int text::columns(const QString& line)

@@ -1,6 +1,7 @@
 #ifndef KOVA_PLAY_TEXT_H
 #define KOVA_PLAY_TEXT_H
 
+#include <QtCore/QByteArray>
 #include <QtCore/QString>
 
 /// Texts that stand in one line of a terminal.
@@ -10,6 +11,10 @@ namespace text {
 /// in them ends the line or commands the terminal.
 /// @return `any` with a blank in the place of each control character
 QString oneLine(const QString& any);
+
+/// A text in the encoding of the user. Quotation marks, dashes and dots that it does not have are
+/// replaced by those of ASCII.
+QByteArray encoded(const QString& any);
 
 /// How many columns of a terminal a line takes.
 int columns(const QString& line);

@@ -5,8 +5,11 @@
 #include "Devices.h"
 #include "Elements.h"
 #include "Graphs.h"
+#include "GstLog.h"
 #include "LogOutput.h"
 #include "Session.h"
+#include "Timing.h"
+#include "Tracing.h"
 #include "UnixSignals.h"
 
 #include <QtCore/QCoreApplication>
@@ -49,22 +52,49 @@ QByteArray readStandardInput()
     // GCOVR_EXCL_BR_STOP
 }
 
+/// Initialises GStreamer and has what the players do with it observed.
+/// @return why that failed; empty when it did not
+QString initialise(const Options& options, const GstLog& log, Console& console)
+{
+    const auto begin = timing::Clock::now();
+    QString problem = elements::initialise();
+    const auto end = timing::Clock::now();
+    if (options.timing) {
+        for (const QString& line : timing::ofProcess(begin, end, log.registry())) {
+            console.printMessage(line);
+        }
+    }
+    // GCOVR_EXCL_BR_START: GStreamer itself is there where tests run
+    if (problem.isEmpty()) {
+        // GCOVR_EXCL_BR_STOP
+        Tracing::begin(options.verbosity > 0 ? &console : nullptr, options.timing);
+    }
+    return problem;
+}
+
 int play(const Options& options, Console& console)
 {
     const LogOutput log(options.verbosity, console);
     Graphs graphs(options.graphsFolder);
     QString problem = options.graphsFolder.isEmpty() ? QString() : graphs.prepare();
-    // GCOVR_EXCL_BR_START: GStreamer itself is there where tests run
-    if (problem.isEmpty() && !options.caps.isEmpty() && elements::initialise().isEmpty()) {
-        // GCOVR_EXCL_BR_STOP
-        problem = caps::problemWith(options.caps);
+    if (!problem.isEmpty()) {
+        return complain(problem, console);
     }
+    const GstLog gstLog(options.verbosity > 0, options.timing, console);
+    problem = initialise(options, gstLog, console);
+    // GCOVR_EXCL_START: GStreamer itself is there where tests run
+    if (!problem.isEmpty()) {
+        console.printMessage("GStreamer cannot be initialised: " + problem);
+        return Failure;
+    }
+    // GCOVR_EXCL_STOP
+    problem = options.caps.isEmpty() ? QString() : caps::problemWith(options.caps);
     if (!problem.isEmpty()) {
         return complain(problem, console);
     }
     const QByteArray standardInput =
         options.items.contains("-") ? readStandardInput() : QByteArray();
-    const int status = Session(options, standardInput, console).run();
+    const int status = Session(options, standardInput, console, gstLog).run();
     if (!options.graphsFolder.isEmpty()) {
         graphs.finish(console);
     }
@@ -84,7 +114,7 @@ int perform(const CommandLine& commandLine, Console& console)
     case Options::Task::ListDevices:
         return listDevices(console);
     case Options::Task::Check:
-        return runCheck(options.device, console) ? Success : Failure;
+        return runCheck(options.device, options.items, console) ? Success : Failure;
     case Options::Task::Play:
         break;
     }
