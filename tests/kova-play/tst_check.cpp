@@ -26,7 +26,7 @@ private Q_SLOTS:
     void checkNamesPackageOfMissingFormat_data();
     void checkNamesPackageOfMissingFormat();
     void checkFailsOnDeviceThatRefusesEveryFormat();
-    void checkTellsWhetherTheDeviceCanPause();
+    void checkReportsWhetherTheDeviceCanPause();
     void checkDescribesTheRegistry_data();
     void checkDescribesTheRegistry();
     void checkWarnsOfARegistryThatIsOfNoUse_data();
@@ -35,7 +35,7 @@ private Q_SLOTS:
     void checkDescribesAnItem();
     void checkDescribesAnItemThatCannotBePlayed_data();
     void checkDescribesAnItemThatCannotBePlayed();
-    void checkOfAnItemTellsHowTheDeviceTakesIt();
+    void checkReportsHowTheDeviceTakesAnItem();
 };
 
 void TestCheck::listDevicesShowsWhatCanPlay()
@@ -230,7 +230,7 @@ void TestCheck::checkFailsOnDeviceThatRefusesEveryFormat()
              program.out);
 }
 
-void TestCheck::checkTellsWhetherTheDeviceCanPause()
+void TestCheck::checkReportsWhetherTheDeviceCanPause()
 {
     VirtualCard::Settings settings;
     settings.canPause = false;
@@ -371,7 +371,7 @@ void TestCheck::checkDescribesAnItemThatCannotBePlayed()
     QVERIFY2(program.out.contains(line), program.out.mid(program.out.indexOf("  item ")));
 }
 
-void TestCheck::checkOfAnItemTellsHowTheDeviceTakesIt()
+void TestCheck::checkReportsHowTheDeviceTakesAnItem()
 {
     // Behind this card, ALSA itself takes one rate only.
     const VirtualCard card("card");

@@ -14,7 +14,7 @@ class TestTiming : public ProgramTest
 
 private Q_SLOTS:
     void eachPartOfAStartHasItsLine();
-    void scanIsToldFromReading();
+    void scanAndReadingAreDistinguished();
     void itemThatFailsHasTheLinesItReached();
     void nothingIsShownWithoutTheOption();
 
@@ -54,7 +54,7 @@ void TestTiming::eachPartOfAStartHasItsLine()
     QVERIFY(program.err.contains("kova-play: timing of one.wav:\n"));
 }
 
-void TestTiming::scanIsToldFromReading()
+void TestTiming::scanAndReadingAreDistinguished()
 {
     const VirtualCard card("card");
     Program first({"--timing", "-d", card.device(), "one.wav"});

@@ -64,9 +64,7 @@ QString initialise(const Options& options, const GstLog& log, Console& console)
             console.printMessage(line);
         }
     }
-    // GCOVR_EXCL_BR_START: GStreamer itself is there where tests run
     if (problem.isEmpty()) {
-        // GCOVR_EXCL_BR_STOP
         Tracing::begin(options.verbosity > 0 ? &console : nullptr, options.timing);
     }
     return problem;
@@ -82,12 +80,10 @@ int play(const Options& options, Console& console)
     }
     const GstLog gstLog(options.verbosity > 0, options.timing, console);
     problem = initialise(options, gstLog, console);
-    // GCOVR_EXCL_START: GStreamer itself is there where tests run
     if (!problem.isEmpty()) {
         console.printMessage("GStreamer cannot be initialised: " + problem);
         return Failure;
     }
-    // GCOVR_EXCL_STOP
     problem = options.caps.isEmpty() ? QString() : caps::problemWith(options.caps);
     if (!problem.isEmpty()) {
         return complain(problem, console);
