@@ -80,11 +80,8 @@ static QByteArray printedConfiguration(const QStringList& arguments)
     return process.readAllStandardOutput();
 }
 
-<<<<<<< HEAD
-/// Writes the configuration of all existing cards. The mutex of `cards` is held.
-=======
 /// The same without running the program again for arguments that it had before. The mutex of the
-/// living cards is held.
+/// existing cards is held.
 static QByteArray configuration(const QStringList& arguments)
 {
     static QMap<QStringList, QByteArray> known;
@@ -95,8 +92,7 @@ static QByteArray configuration(const QStringList& arguments)
     return *found;
 }
 
-/// Writes the configuration of all living cards. The mutex of `cards` is held.
->>>>>>> 71b49ed (tests: one conformance suite in place of the fault programs)
+/// Writes the configuration of all existing cards. The mutex of `cards` is held.
 static void writeConfiguration(LivingCards& cards)
 {
     const QString path = TestProcess::path(QStringLiteral("asound.conf"));

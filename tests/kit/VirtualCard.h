@@ -31,9 +31,6 @@ public:
         /// card waits for it, so that all sound arrives however busy the machine is.
         bool underruns = false;
 
-<<<<<<< HEAD
-        /// A card that stalls after a tenth of a second at 48 kHz, so that longer items do not end.
-=======
         /// A card that plays at this speed.
         static Settings atSpeed(double speed);
         /// A card that refuses this.
@@ -42,8 +39,7 @@ public:
         static Settings vanishingAfter(qint64 frames);
         /// A card that stalls after so many frames.
         static Settings stallingAfter(qint64 frames);
-        /// A card that stands still after a tenth of a second at 48 kHz: no longer item ends.
->>>>>>> 71b49ed (tests: one conformance suite in place of the fault programs)
+        /// A card that stalls after a tenth of a second at 48 kHz, so that longer items do not end.
         static Settings standingStill();
     };
 
