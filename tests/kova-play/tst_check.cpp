@@ -355,7 +355,7 @@ void TestCheck::checkDescribesAnItemThatCannotBePlayed_data()
         << QByteArray("FAILED  item http://localhost/tone.wav: missing plug-in: HTTP protocol "
                       "source; apt-get install gstreamer1.0-plugins-good\n");
     QTest::newRow("text") << media::writeFile("text.txt", "This is no music.\n")
-                          << QByteArray("text.txt: This appears to be a text file\n");
+                          << QByteArray("text.txt: Could not determine type of stream.\n");
     QTest::newRow("silent film") << media::encodeContainer("film.mkv", "libopus", {}, true)
                                  << QByteArray("film.mkv: there is no sound in it\n");
 }

@@ -117,7 +117,10 @@ QString rangesOf(const HwParams& params)
     snd_pcm_hw_params_get_rate_max(params.get(), &mostRate, nullptr);
     snd_pcm_hw_params_get_channels_min(params.get(), &leastChannels);
     snd_pcm_hw_params_get_channels_max(params.get(), &mostChannels);
-    return formats.join(' ') + ", " + range(leastRate, mostRate, "Hz") + ", " +
+    // A device that converts takes them all.
+    const QString list =
+        formats.size() > 12 ? QString("%1 sample formats").arg(formats.size()) : formats.join(' ');
+    return list + ", " + range(leastRate, mostRate, "Hz") + ", " +
            range(leastChannels, mostChannels, "channels");
 }
 

@@ -100,7 +100,8 @@ void Decoding::onNoMorePads(GstElement* source, gpointer decoding)
     const gst::Pad sinkPad(
         gst_element_get_static_pad(static_cast<Decoding*>(decoding)->sink, "sink"));
     if (!gst_pad_is_linked(sinkPad.get())) {
-        gst_element_post_message(source, gst_message_new_application(GST_OBJECT(source), nullptr));
+        GstStructure* noAudio = gst_structure_new_empty("no-audio");
+        gst_element_post_message(source, gst_message_new_application(GST_OBJECT(source), noAudio));
     }
 }
 
