@@ -5,7 +5,7 @@
 // Each format has its own demuxer and decoder. The WAV file in this program prepares WAV items;
 // SILENCE is a file that prepares another format:
 //
-//     sox -n -r 48000 -c 2 silence.ogg trim 0 0.01
+//     sox -n -r 48000 -c 2 silence.ogg trim 0 0.001
 //     prepare-sound chime.ogg default silence.ogg
 #include "prepare-sound.h"
 #include "play.h"

@@ -4,16 +4,17 @@
 
 #include <QtCore/QByteArray>
 
-/// Returns a WAV file of 10 ms of silence: 48 kHz, two channels, 16 bits.
+/// Returns a WAV file of 1 ms of silence: 48 kHz, two channels, 16 bits. While "null" plays, a
+/// thread of GStreamer does not wait, so silence should be short.
 inline QByteArray silentWav()
 {
-    const char header[] = "RIFF\xA4\x07\0\0WAVE"
+    const char header[] = "RIFF\xE4\0\0\0WAVE"
                           "fmt \x10\0\0\0\x01\0\x02\0\x80\xBB\0\0\0\xEE\x02\0\x04\0\x10\0"
-                          "data\x80\x07\0\0";
-    return QByteArray(header, sizeof header - 1) + QByteArray(0x780, '\0');
+                          "data\xC0\0\0\0";
+    return QByteArray(header, sizeof header - 1) + QByteArray(0xC0, '\0');
 }
 
-/// Plays silence, which takes some milliseconds of the event loop.
+/// Plays silence. Requires an event loop.
 /// @param silence  a player for the device "null". It deletes itself when everything is loaded
 inline void prepareSound(SimplePlayer* silence)
 {

@@ -17,7 +17,7 @@ class Items:
         folder.mkdir(exist_ok=True)
         silence = folder / "silence.wav"
         if not silence.exists():
-            write_wav(silence, array.array("h", bytes(4 * RATE // 10)))
+            write_wav(silence, array.array("h", bytes(4 * RATE // 1000)))
         self.encode(silence)
 
     def wav(self, seconds):
