@@ -27,7 +27,7 @@ int main(int argc, char** argv)
     QCoreApplication application(argc, argv);
     const QStringList arguments = application.arguments();
     if (arguments.size() < 2) {
-        qFatal("usage: prepare-sound ITEM [DEVICE [SILENCE]]");
+        return reportUsage("prepare-sound ITEM [DEVICE [SILENCE]]");
     }
     // A real program continues with its own start instead of waiting here.
     QEventLoop preparing;
