@@ -4,6 +4,8 @@
 #include "kit/FifoWriter.h"
 #include "kit/LogCapture.h"
 
+#include <core/KovaNamedPipe.h>
+
 #include <QtCore/QCoreApplication>
 #include <QtCore/QFile>
 #include <QtCore/QObject>
@@ -15,6 +17,19 @@ inline QByteArray encoded(const QString& path)
 {
     return QFile::encodeName(path);
 }
+
+/// A named pipe that is created and opened without waiting for a writer. Its reads block.
+class OpenPipe : public KovaNamedPipe
+{
+public:
+    explicit OpenPipe(const QString& fifoPath, bool removeOnClose = false)
+        : KovaNamedPipe(fifoPath, 1, nullptr, removeOnClose)
+    {
+        if (!create() || !open(false)) {
+            qFatal("%s cannot be opened", qPrintable(fifoPath));
+        }
+    }
+};
 
 /// The base of the tests of the named pipe.
 class PipeTest : public QObject

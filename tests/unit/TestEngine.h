@@ -116,12 +116,12 @@ inline GstState settledState(GstElement* pipeline)
 }
 
 /// Entry and leave lines of the engines in a LogCapture.
-inline QString enterLine(const char* level, const char* function, const char* details)
+inline QString enterLine(const char* level, const char* function, const char* details = "token: T")
 {
     return QStringLiteral("%1 Enter SimplePlayer %2: %3").arg(level, function, details);
 }
 
-inline QString leaveLine(const char* level, const char* function, const char* details)
+inline QString leaveLine(const char* level, const char* function, const char* details = "token: T")
 {
     return QStringLiteral("%1 Leave SimplePlayer %2: %3").arg(level, function, details);
 }
@@ -129,9 +129,9 @@ inline QString leaveLine(const char* level, const char* function, const char* de
 /// The lines of releaseGstPipeline() with a pipeline.
 inline QStringList releasing()
 {
-    return {enterLine("TRACE", "SimplePlayerImpl::releaseGstPipeline", "token: T"),
+    return {enterLine("TRACE", "SimplePlayerImpl::releaseGstPipeline"),
             "TRACE Releasing active playback pipeline",
-            leaveLine("TRACE", "SimplePlayerImpl::releaseGstPipeline", "token: T")};
+            leaveLine("TRACE", "SimplePlayerImpl::releaseGstPipeline")};
 }
 
 // Texts that several tests expect in the log.

@@ -1,12 +1,9 @@
 #include "kit/GstFaults.h"
 #include "kit/LogCapture.h"
 #include "kit/Outcomes.h"
+#include "kit/Source.h"
 #include "kit/TestProcess.h"
 #include "kit/Waiting.h"
-
-#include <simplePlayer/DataSimplePlayer.h>
-#include <simplePlayer/StreamSimplePlayer.h>
-#include <simplePlayer/UriSimplePlayer.h>
 
 #include <QtTest/QtTest>
 
@@ -45,10 +42,9 @@ TestConstruction::Players TestConstruction::makePlayers()
     const QString token = QStringLiteral("T");
     const QString device = QStringLiteral("no-such-device");
     Players players;
-    players.emplace_back(new UriSimplePlayer(QStringLiteral("/dev/null"), token, device));
-    players.emplace_back(new DataSimplePlayer("bytes", token, device));
-    players.emplace_back(new StreamSimplePlayer(TestProcess::path(QStringLiteral("fifo")),
-                                                QString(), token, device));
+    for (const Source* source : Source::all()) {
+        players.emplace_back(source->makePlayer(Item(QByteArray("bytes")), token, device, nullptr));
+    }
     players.emplace_back(new FakePlayer(token));
     return players;
 }

@@ -59,6 +59,8 @@ void TestDbglog::labelIsComponentAndQualifiedName_data()
     row("template class", "void Box<std::pair<int, int> >::put(int)",
         "P Box<std::pair<int, int> >::put");
     row("no arguments at all", "main", "P main");
+    row("only arguments", "()", "P");
+    row("blank first", " f()", "P f");
     row("unbalanced", "void f)", "P void f)");
     row("empty", "", "P");
 }

@@ -5,8 +5,6 @@
 #include "kit/TestProcess.h"
 #include "kit/Waiting.h"
 
-#include <core/KovaNamedPipe.h>
-
 #include <QtCore/QDir>
 #include <QtCore/QProcess>
 #include <QtCore/QSocketNotifier>
@@ -349,9 +347,7 @@ void TestNamedPipe::openReturnsWithoutAWriter()
 
 void TestNamedPipe::openTwiceChangesNothing()
 {
-    KovaNamedPipe pipe(fifo, 1, nullptr, false);
-    QVERIFY(pipe.create());
-    QVERIFY(pipe.open(false));
+    OpenPipe pipe(fifo);
     const int before = Holdings::now().descriptors;
     QSocketNotifier* const notifier = pipe.readNotifier();
     notifier->setEnabled(true);
@@ -365,9 +361,7 @@ void TestNamedPipe::openTwiceChangesNothing()
 
 void TestNamedPipe::descriptorIsNotInherited()
 {
-    KovaNamedPipe pipe(fifo, 1, nullptr, false);
-    QVERIFY(pipe.create());
-    QVERIFY(pipe.open(false));
+    OpenPipe pipe(fifo);
     QProcess child;
     child.start(QStringLiteral("ls"), {QStringLiteral("-l"), QStringLiteral("/proc/self/fd")});
     QVERIFY(child.waitForFinished(patience));
@@ -420,9 +414,7 @@ void TestNamedPipe::closeTwice()
 void TestNamedPipe::fifoStaysAfterClose()
 {
     {
-        KovaNamedPipe pipe(fifo, 1, nullptr, false);
-        QVERIFY(pipe.create());
-        QVERIFY(pipe.open(false));
+        OpenPipe pipe(fifo);
         pipe.close();
         QVERIFY(isFifo(fifo));
     }
@@ -431,9 +423,7 @@ void TestNamedPipe::fifoStaysAfterClose()
 
 void TestNamedPipe::fifoIsRemovedOnClose()
 {
-    KovaNamedPipe pipe(fifo, 1, nullptr, true);
-    QVERIFY(pipe.create());
-    QVERIFY(pipe.open(false));
+    OpenPipe pipe(fifo, true);
     QVERIFY(isFifo(fifo));
     pipe.close();
     QCOMPARE(modeOf(fifo), mode_t(0));
@@ -461,9 +451,7 @@ void TestNamedPipe::fifoOfAnotherProcessIsRemovedOnClose()
 
 void TestNamedPipe::fileThatReplacedTheFifoIsNotRemoved()
 {
-    KovaNamedPipe pipe(fifo, 1, nullptr, true);
-    QVERIFY(pipe.create());
-    QVERIFY(pipe.open(false));
+    OpenPipe pipe(fifo, true);
     QVERIFY(QFile::remove(fifo));
     QCOMPARE(::mkfifo(encoded(fifo).constData(), 0600), 0);
     pipe.close();
@@ -476,9 +464,7 @@ void TestNamedPipe::fileThatReplacedTheFifoIsNotRemoved()
 
 void TestNamedPipe::fifoThatIsGoneNeedsNoRemoval()
 {
-    KovaNamedPipe pipe(fifo, 1, nullptr, true);
-    QVERIFY(pipe.create());
-    QVERIFY(pipe.open(false));
+    OpenPipe pipe(fifo, true);
     QVERIFY(QFile::remove(fifo));
     pipe.close();
     QCOMPARE(log->lines(), QStringList());

@@ -5,7 +5,6 @@
 #include "kit/TestProcess.h"
 #include "kit/Waiting.h"
 
-#include <core/KovaNamedPipe.h>
 #include <core/kova.h>
 
 #include <QtCore/QPointer>
@@ -228,9 +227,7 @@ void TestPipeReading::openWaitsThroughSignals()
 
 void TestPipeReading::readWithoutAWriterReturnsZero()
 {
-    KovaNamedPipe pipe(fifo, 1, nullptr, false);
-    QVERIFY(pipe.create());
-    QVERIFY(pipe.open(false));
+    OpenPipe pipe(fifo);
     QCOMPARE(readSome(pipe), 0);
     pipe.setNonBlock(true);
     QCOMPARE(readSome(pipe), 0);
@@ -238,10 +235,8 @@ void TestPipeReading::readWithoutAWriterReturnsZero()
 
 void TestPipeReading::readReturnsAtOnceWhenAWriterIsSilent()
 {
-    KovaNamedPipe pipe(fifo, 1, nullptr, false);
+    OpenPipe pipe(fifo);
     pipe.setNonBlock(true);
-    QVERIFY(pipe.create());
-    QVERIFY(pipe.open(false));
     PipeWriter writer(fifo, "", {1, 0, true});
     QVERIFY(writer.waitForOpened());
     QCOMPARE(readSome(pipe), -EAGAIN);
@@ -269,9 +264,7 @@ void TestPipeReading::readWaitsForASlowWriter()
 
 void TestPipeReading::readWaitsThroughSignals()
 {
-    KovaNamedPipe pipe(fifo, 1, nullptr, false);
-    QVERIFY(pipe.create());
-    QVERIFY(pipe.open(false));
+    OpenPipe pipe(fifo);
     const int end = ::open(encoded(fifo).constData(), O_WRONLY | O_CLOEXEC);
     const WhileAsleep writer([&](WhileAsleep& reader) {
         for (int i = 0; i < 3; ++i) {
@@ -286,9 +279,7 @@ void TestPipeReading::readWaitsThroughSignals()
 
 void TestPipeReading::nonBlockCanBeSwitchedWhileOpen()
 {
-    KovaNamedPipe pipe(fifo, 1, nullptr, false);
-    QVERIFY(pipe.create());
-    QVERIFY(pipe.open(false));
+    OpenPipe pipe(fifo);
     const auto waits = [&pipe] {
         const int descriptor = static_cast<int>(pipe.readNotifier()->socket());
         return (::fcntl(descriptor, F_GETFL) & O_NONBLOCK) == 0;
@@ -320,9 +311,7 @@ void TestPipeReading::readOfAClosedPipeFails()
 
 void TestPipeReading::readWithoutABufferFails()
 {
-    KovaNamedPipe pipe(fifo, 1, nullptr, false);
-    QVERIFY(pipe.create());
-    QVERIFY(pipe.open(false));
+    OpenPipe pipe(fifo);
     const QByteArray block("untouched");
     QCOMPARE(pipe.read(block.constData(), 0), -EINVAL);
     QCOMPARE(pipe.read(block.constData(), -1), -EINVAL);
@@ -334,9 +323,7 @@ void TestPipeReading::readWithoutABufferFails()
 
 void TestPipeReading::oneByteMayBeRead()
 {
-    KovaNamedPipe pipe(fifo, 1, nullptr, false);
-    QVERIFY(pipe.create());
-    QVERIFY(pipe.open(false));
+    OpenPipe pipe(fifo);
     const FifoWriter writer(fifo);
     writer.write("ab");
     const QByteArray block("..");
@@ -346,10 +333,8 @@ void TestPipeReading::oneByteMayBeRead()
 
 void TestPipeReading::notifierIsDisabledUntilEnabled()
 {
-    KovaNamedPipe pipe(fifo, 1, nullptr, false);
+    OpenPipe pipe(fifo);
     pipe.setNonBlock(true);
-    QVERIFY(pipe.create());
-    QVERIFY(pipe.open(false));
     QVERIFY(!pipe.readNotifier()->isEnabled());
     PipeWriter writer(fifo, "data");
     QVERIFY(writer.waitForFinished());
@@ -383,10 +368,8 @@ void TestPipeReading::allBytesArriveInOrder()
     QFETCH(int, chunk);
     QFETCH(int, pauseMs);
     const QByteArray bytes = pattern(size);
-    KovaNamedPipe pipe(fifo, 1, nullptr, false);
+    OpenPipe pipe(fifo);
     pipe.setNonBlock(true);
-    QVERIFY(pipe.create());
-    QVERIFY(pipe.open(false));
     const int descriptor = static_cast<int>(pipe.readNotifier()->socket());
     Reader reader(&pipe);
     PipeWriter writer(fifo, bytes, {chunk, pauseMs, false});
@@ -405,10 +388,8 @@ void TestPipeReading::needsNoProcFileSystem()
 
 void TestPipeReading::writersFollowOneAnother()
 {
-    KovaNamedPipe pipe(fifo, 1, nullptr, false);
+    OpenPipe pipe(fifo);
     pipe.setNonBlock(true);
-    QVERIFY(pipe.create());
-    QVERIFY(pipe.open(false));
     QByteArray expected;
     Reader reader(&pipe);
     reader.onEnd = [&] { pipe.readNotifier()->setEnabled(false); };
@@ -429,10 +410,8 @@ void TestPipeReading::writersFollowOneAnother()
 void TestPipeReading::killedWriterEndsTheData()
 {
     const QByteArray bytes = pattern(5000);
-    KovaNamedPipe pipe(fifo, 1, nullptr, false);
+    OpenPipe pipe(fifo);
     pipe.setNonBlock(true);
-    QVERIFY(pipe.create());
-    QVERIFY(pipe.open(false));
     Reader reader(&pipe);
     PipeWriter writer(fifo, bytes, {bytes.size(), 0, true});
     QTRY_COMPARE_WITH_TIMEOUT(reader.bytes.size(), bytes.size(), patience);
@@ -446,10 +425,8 @@ void TestPipeReading::killedWriterEndsTheData()
 void TestPipeReading::disabledNotifierLeavesTheDataInThePipe()
 {
     const QByteArray bytes = pattern(30000);
-    KovaNamedPipe pipe(fifo, 1, nullptr, false);
+    OpenPipe pipe(fifo);
     pipe.setNonBlock(true);
-    QVERIFY(pipe.create());
-    QVERIFY(pipe.open(false));
     Reader reader(&pipe);
     reader.onBlock = [&] { pipe.readNotifier()->setEnabled(false); };
     PipeWriter writer(fifo, bytes, {bytes.size(), 0, false});
@@ -468,9 +445,7 @@ void TestPipeReading::disabledNotifierLeavesTheDataInThePipe()
 void TestPipeReading::lateWriterServesTheNextReader()
 {
     {
-        KovaNamedPipe pipe(fifo, 1, nullptr, false);
-        QVERIFY(pipe.create());
-        QVERIFY(pipe.open(false));
+        OpenPipe pipe(fifo);
     }
     // Without a reader, a writer that does not wait is turned away ...
     QCOMPARE(::open(encoded(fifo).constData(), O_WRONLY | O_NONBLOCK | O_CLOEXEC), -1);
@@ -489,10 +464,8 @@ void TestPipeReading::lateWriterServesTheNextReader()
 
 void TestPipeReading::noActivationAfterClose()
 {
-    KovaNamedPipe pipe(fifo, 1, nullptr, false);
+    OpenPipe pipe(fifo);
     pipe.setNonBlock(true);
-    QVERIFY(pipe.create());
-    QVERIFY(pipe.open(false));
     Reader reader(&pipe);
     PipeWriter writer(fifo, "data", {4, 0, true});
     QVERIFY(writer.waitForWritten()); // readable from now on, and no event was dispatched yet
@@ -511,10 +484,8 @@ void TestPipeReading::noActivationAfterClose()
 
 void TestPipeReading::closeInsideTheSlot()
 {
-    KovaNamedPipe pipe(fifo, 1, nullptr, false);
+    OpenPipe pipe(fifo);
     pipe.setNonBlock(true);
-    QVERIFY(pipe.create());
-    QVERIFY(pipe.open(false));
     const QPointer<QSocketNotifier> notifier = pipe.readNotifier();
     Reader reader(&pipe);
     bool aliveAfterClose = false;
