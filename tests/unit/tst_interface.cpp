@@ -23,7 +23,6 @@ class TestInterface : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void loopIsFalseAfterConstruction();
     void fakePlayerAnswersTrueToEverything();
     void fakePlayerReportsEveryStopAtOnce();
     void fakePlayerReportsOnTheCallingThread();
@@ -71,12 +70,6 @@ quint32 reservedWord(const SimplePlayer& player)
 }
 
 } // namespace
-
-void TestInterface::loopIsFalseAfterConstruction()
-{
-    QVERIFY(!FakePlayer(QStringLiteral("T")).loop);
-    QVERIFY(!TestPlayer().loop);
-}
 
 void TestInterface::fakePlayerAnswersTrueToEverything()
 {

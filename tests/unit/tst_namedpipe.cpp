@@ -265,7 +265,7 @@ void TestNamedPipe::openWithoutPermissionFails()
     KovaNamedPipe pipe(fifo, 1, nullptr, false);
     QVERIFY(pipe.create());
     QCOMPARE(::chmod(encoded(fifo).constData(), 0), 0);
-    // Root may read everything, and the user "nobody" may not.
+    // Root may read everything: the pipe is opened as another user.
     QCOMPARE(::chmod(encoded(TestProcess::path()).constData(), 0711), 0);
     const int self = ::setfsuid(65534);
     const bool opened = pipe.open(false);
