@@ -22,8 +22,8 @@ public:
 
     void begin();
 
-    /// Waits until it is gone; begins it before, if that was not done.
-    /// @return its exit status, or the negative number of the signal that it died of
+    /// Starts the program if needed and waits for its end.
+    /// @return its exit status, or the negative number of the signal that ended it
     int finish();
 
     void send(int number) const;
@@ -116,7 +116,7 @@ void offerPlugins(Program& program, const QStringList& plugins);
 /// The plug-ins behind all formats that --check lists and this machine can play.
 QStringList pluginsOfAllFormats();
 
-/// An item that blocks the program's only thread when it is started: a FIFO that nobody writes.
+/// An item that blocks the program's only thread at the start: a FIFO without a writer.
 QString makeBlockingItem();
 
 /// Sends SIGINT again and again until the program is gone: a single one would be handled by its

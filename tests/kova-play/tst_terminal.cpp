@@ -155,7 +155,7 @@ void TestTerminal::logLinesDoNotRunIntoLiveLine()
     const QByteArray screen = program.screen();
     int count = 0;
     for (int at = screen.indexOf(" TRACE "); at >= 0; at = screen.indexOf(" TRACE ", at + 1)) {
-        const QByteArray before = screen.left(at - 12); // the time stands before the level
+        const QByteArray before = screen.left(at - 12); // the time precedes the level
         QVERIFY2(before.isEmpty() || before.endsWith('\n') || before.endsWith("\r\033[K"), before);
         ++count;
     }

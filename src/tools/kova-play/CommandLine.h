@@ -43,7 +43,7 @@ public:
     CommandLine();
 
     /// @param arguments  all of them, the program's name first
-    /// @return whether they make sense; error() says why when they do not
+    /// @return whether they are valid; otherwise error() is the reason
     bool parse(const QStringList& arguments);
 
     /// What was asked for. Valid after parse() returned true.

@@ -25,7 +25,7 @@ public:
     /// Puts `line` in the place of the live line, the unfinished last line of the terminal on
     /// standard error. It must be narrower than the terminal. An empty one removes the live line.
     void setLiveLine(const QString& line);
-    /// Forgets the live line, because somebody else wrote to the terminal: nothing is removed.
+    /// Forgets the live line without removing it, because another program wrote to the terminal.
     void forgetLiveLine();
 
     /// Whether all results could be written.

@@ -16,13 +16,13 @@ public:
     /// @param folder  where the pictures go
     explicit Graphs(const QString& folder);
 
-    /// Makes the folder if there is none and tells GStreamer to use it. Must be called before
-    /// GStreamer is initialised, that is before the first player is made.
-    /// @return why that cannot be done; empty when it was
+    /// Creates the folder if needed and configures GStreamer to use it. Call it before GStreamer is
+    /// initialized, that is, before the first player is created.
+    /// @return the reason of a failure; empty on success
     QString prepare();
 
-    /// Turns what GStreamer has written since prepare() into SVG files, as far as Graphviz is
-    /// installed, and tells the user what there is.
+    /// Converts the files that GStreamer has written since prepare() into SVG files, if Graphviz is
+    /// installed, and prints a summary.
     void finish(Console& console) const;
 
 private:

@@ -67,7 +67,7 @@ void LiveLine::refresh()
         return;
     }
     if (!terminal.listen()) {
-        console.forgetLiveLine(); // in the background; the terminal is somebody else's
+        console.forgetLiveLine(); // in the background: another program uses the terminal
     } else if (terminal.canShowLiveLine()) {
         // The last column stays free: a full line would wrap on some terminals.
         console.setLiveLine(composed(terminal.columns() - 1));

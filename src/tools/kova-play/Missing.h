@@ -26,7 +26,7 @@ public:
 private:
     QStringList names;
     QStringList packages;
-    bool failed = false; ///< an error says that something is missing
+    bool failed = false; ///< an error reports that something is missing
 };
 
 #endif

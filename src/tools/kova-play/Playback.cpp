@@ -71,9 +71,8 @@ void Playback::makePlayer(const QString& device, bool endlessly)
     connect(player.get(), &SimplePlayer::playbackErrorReported, this,
             [this](const QString& /*token*/, const QString& reason) {
                 if (reason == QLatin1String("Failed to push buffer")) {
-                    // A player of data tells this when a stop or a failure overtakes it at work,
-                    // beside the outcome. That is queued by now, and counts. For a player of a
-                    // pipe it is the outcome, and nothing else follows.
+                    // A DataSimplePlayer reports this in addition to its outcome, which is queued
+                    // by now. For a StreamSimplePlayer it is the outcome itself.
                     QMetaObject::invokeMethod(this, "fail", Qt::QueuedConnection,
                                               Q_ARG(QString, reason));
                     return;

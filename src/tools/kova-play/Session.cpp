@@ -182,7 +182,7 @@ void Session::suspend()
 
 void Session::redraw()
 {
-    // Whatever stands in the last line now, it is not what was written there.
+    // The last line no longer contains what was written there.
     console.forgetLiveLine();
     liveLine.refresh();
 }

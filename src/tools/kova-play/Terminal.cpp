@@ -26,9 +26,9 @@ bool inForeground()
     return tcgetpgrp(STDIN_FILENO) == getpgrp();
 }
 
-// GCOVR_EXCL_START: a process that dies of a signal leaves no counts
+// GCOVR_EXCL_START: a process that a signal ends leaves no counts
 
-/// Dies of the signal, in the way that was in place before.
+/// Restores the mode and ends the process with the signal's previous action.
 extern "C" void restoreModeAndDie(int number)
 {
     Terminal::restoreMode();

@@ -8,8 +8,9 @@ class QSocketNotifier;
 /// The terminal that the user sits at, when standard input and standard error are one: gives single
 /// keys without echo. There is at most one object of this class.
 ///
-/// The terminal gets its mode back when this object dies, at exit() and on signals that kill. While
-/// the process is in the background the terminal belongs to somebody else and is left alone.
+/// The mode of the terminal is restored on destruction, at exit() and on signals that end the
+/// process. While the process is in the background, another program owns the terminal, and it is
+/// not changed.
 class Terminal : public QObject
 {
     Q_OBJECT
@@ -25,10 +26,10 @@ public:
     /// How many columns it has now.
     int columns() const;
 
-    /// To be called with a terminal only. Begins to listen to keys, if the process is in the
-    /// foreground, and stops if it is not any more. To be called now and then: nobody tells when a
-    /// process gets into the background.
-    /// @return whether the terminal is ours now
+    /// Begins to read keys if the process is in the foreground, and stops otherwise. Call it with a
+    /// terminal only, and repeatedly, because a process is not notified when it moves to the
+    /// background.
+    /// @return whether this process owns the terminal now
     bool listen();
     /// Gives the terminal back, until listen() is called again.
     void leave();

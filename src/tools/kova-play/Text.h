@@ -4,7 +4,7 @@
 #include <QtCore/QByteArray>
 #include <QtCore/QString>
 
-/// Texts that stand in one line of a terminal.
+/// Texts for one line of a terminal.
 namespace text {
 
 /// Makes file names, byte sequences in disguise and messages of others fit to be printed: nothing

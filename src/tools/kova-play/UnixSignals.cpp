@@ -32,9 +32,9 @@ long now()
     return time.tv_sec * 1000L + time.tv_nsec / 1000000L;
 }
 
-// GCOVR_EXCL_START: a process that dies of a signal leaves no counts
+// GCOVR_EXCL_START: a process that a signal ends leaves no counts
 
-/// In a signal handler: dies of a repeated SIGINT with the terminal as it was.
+/// In a signal handler: ends the process after a repeated SIGINT, with the terminal restored.
 void dieOfSecondInterrupt()
 {
     if (firstInterrupt < 0) {
@@ -93,7 +93,7 @@ UnixSignals::UnixSignals()
 UnixSignals::~UnixSignals()
 {
     for (const int number : handledSignals) {
-        // What comes now has nobody to handle it: the process is about to end.
+        // No handler for further signals: the process is about to end.
         signal(number, SIG_DFL); // NOLINT(cert-err33-c)
     }
     notifier->setEnabled(false);
@@ -104,7 +104,7 @@ UnixSignals::~UnixSignals()
 void UnixSignals::suspendProcess()
 {
     signal(SIGTSTP, SIG_DFL); // NOLINT(cert-err33-c)
-    // Returns when the process is continued; at once when nobody could continue it.
+    // Returns when the process is continued, or at once if no other process could continue it.
     raise(SIGTSTP); // NOLINT(cert-err33-c)
     sigaction(SIGTSTP, &suspendAction, nullptr);
 }
@@ -124,7 +124,7 @@ void UnixSignals::readSignal()
 {
     char number = 0;
     if (read(pipeEnds[0], &number, 1) != 1) { // GCOVR_EXCL_BR_LINE
-        return; // GCOVR_EXCL_LINE: whoever is woken finds its byte, as nobody else reads
+        return; // GCOVR_EXCL_LINE: the byte is there, because no other thread reads
     }
     switch (number) {
     case SIGTSTP:
