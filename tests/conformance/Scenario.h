@@ -67,9 +67,9 @@ extern const Step replaceCard;
 extern const Step cardIsOpen;
 extern const Step cardIsClosed;
 extern const Step cardIsPaused; ///< waits until it is, before the end of the item
-Step played(int frames);       ///< waits until the card has played so many frames in all
-extern const Step stalled;     ///< waits until the card has played all that it will play
-extern const Step playedAgain; ///< waits for the whole item where a source can repeat it
+Step played(int frames);        ///< waits until the card has played so many frames in all
+extern const Step stalled;      ///< waits until the card has played all that it will play
+extern const Step playedAgain;  ///< waits for the whole item where a source can repeat it
 
 // Outcomes.
 extern const Step outcome;   ///< waits for it

@@ -1,4 +1,5 @@
-// Copies a file into a FIFO: pipewriter FIFO FILE FIRST CHUNK PAUSE_MS TIMES HEADER SILENCE KILL_AFTER
+// Copies a file into a FIFO: pipewriter FIFO FILE FIRST CHUNK PAUSE_MS TIMES HEADER SILENCE
+// KILL_AFTER
 //
 // The first write has FIRST bytes, all others CHUNK, each followed by a pause; the file is
 // copied TIMES times, its first HEADER bytes only once, and SILENCE zero bytes follow. Prints
