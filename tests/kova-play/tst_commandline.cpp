@@ -75,7 +75,8 @@ void TestCommandLine::helpOfPlayScriptNeedsNoTools()
     // Only what prints the text: nothing here installs or builds.
     QDir().mkpath(TestProcess::path("bin"));
     for (const char* tool : {"bash", "dirname", "sed"}) {
-        QFile::link(QStandardPaths::findExecutable(tool), TestProcess::path(QString("bin/") + tool));
+        QFile::link(QStandardPaths::findExecutable(tool),
+                    TestProcess::path(QString("bin/") + tool));
     }
     Program program({});
     program.setProgram("bash");
