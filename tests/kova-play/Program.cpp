@@ -230,11 +230,11 @@ QStringList pluginsOfAllFormats()
             "ogg",          "opus", "soup",     "vorbis", "wavparse"};
 }
 
-QString makeBlockingItem()
+void blockAtDevice(Program& program)
 {
-    QString path = TestProcess::path("blocking.fifo");
+    const QString path = TestProcess::path("blocking.fifo");
     mkfifo(path.toLocal8Bit(), 0600);
-    return path;
+    program.set("ALSA_CONFIG_PATH", path);
 }
 
 int interruptRepeatedly(Program& program)

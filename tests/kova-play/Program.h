@@ -116,8 +116,9 @@ void offerPlugins(Program& program, const QStringList& plugins);
 /// The plug-ins behind all formats that --check lists and this machine can play.
 QStringList pluginsOfAllFormats();
 
-/// An item that blocks the program's only thread at the start: a FIFO without a writer.
-QString makeBlockingItem();
+/// Has the program's only thread block when it opens a device: ALSA's configuration is a FIFO that
+/// has no writer.
+void blockAtDevice(Program& program);
 
 /// Sends SIGINT again and again until the program is gone: a single one would be handled by its
 /// event loop, which does not turn.

@@ -15,6 +15,7 @@ class TestCheck : public ProgramTest
 
 private Q_SLOTS:
     void listDevicesShowsWhatCanPlay();
+    void listDevicesShowsTheVirtualCard();
     void listDevicesIsEmptyWithoutConfiguration();
     void checkFindsNothingMissing();
     void checkNamesPackageOfMissingElement();
@@ -54,6 +55,14 @@ pcm.microphone { type null hint { show on description "Microphone|IOIDInput" } }
     QVERIFY(program.out.contains("output\n    Output\n"));
     QVERIFY(!program.out.contains("microphone"));
     QCOMPARE(program.err, QByteArray());
+}
+
+void TestCheck::listDevicesShowsTheVirtualCard()
+{
+    const VirtualCard card("card");
+    Program program({"--list-devices"});
+    QCOMPARE(program.finish(), 0);
+    QCOMPARE(program.out, QByteArray("card\n    Virtual sound card\n"));
 }
 
 void TestCheck::listDevicesIsEmptyWithoutConfiguration()

@@ -22,7 +22,9 @@ private Q_SLOTS:
     void deviceIsFreeBeforeTheNextItemBegins();
     void itemsPlayAtOnce();
     void webItemIsPlayed();
-    void itemsAreNamedInTheCLocale();
+    void fileOfAnyNamePlays_data();
+    void fileOfAnyNamePlays();
+    void fileInAFolderOfAnyNamePlays();
     void failedItemDoesNotKeepTheNextFromPlaying();
     void failureHasReasonAndHint_data();
     void failureHasReasonAndHint();
@@ -93,19 +95,58 @@ void TestOutcomes::webItemIsPlayed()
     QVERIFY(card.samples().startsWith(samplesOfOne));
 }
 
-void TestOutcomes::itemsAreNamedInTheCLocale()
+void TestOutcomes::fileOfAnyNamePlays_data()
+{
+    QTest::addColumn<QString>("name"); // for printf of the shell
+    QTest::addColumn<QString>("option");
+    QTest::addColumn<QByteArray>("shown");
+    for (const char* option : {"", "--data"}) {
+        const auto row = [option](const char* what, const char* name, const QByteArray& shown) {
+            QTest::addRow("%s %s", what, option) << name << option << shown;
+        };
+        row("letters", "Gr\\303\\274\\303\\237e.wav", "Gr\303\274\303\237e.wav");
+        row("hash", "so#nd.wav", "so#nd.wav");
+        row("percent", "100%%.wav", "100%.wav");
+        row("percent escape", "%%41.wav", "%41.wav");
+        row("question mark", "so?nd.wav", "so?nd.wav");
+        row("no text", "so\\344nd.wav", "so?nd.wav");
+        row("no text, no other", "so\\366nd#.wav", "so?nd#.wav");
+    }
+}
+
+void TestOutcomes::fileOfAnyNamePlays()
+{
+    QFETCH(QString, name);
+    QFETCH(QString, option);
+    QFETCH(QByteArray, shown);
+    for (const char* locale : {"C", "C.UTF-8"}) {
+        const VirtualCard card("card");
+        // A shell names the file, byte by byte.
+        Program program({});
+        program.setProgram("bash");
+        program.setArguments({"-c",
+                              "name=$(printf \"$2\"); cp one.wav \"$name\"; "
+                              "exec \"$0\" -d \"$1\" $3 \"$name\"",
+                              kovaPlay(), card.device(), name, option});
+        program.set("LC_ALL", locale);
+        QCOMPARE(program.finish(), 0);
+        QCOMPARE(program.out, "ended " + shown + '\n');
+        QCOMPARE(program.err, QByteArray());
+        QVERIFY(card.samples().startsWith(samplesOfOne));
+    }
+}
+
+void TestOutcomes::fileInAFolderOfAnyNamePlays()
 {
     const VirtualCard card("card");
-    // A shell names the file, byte by byte: this process is in the C locale itself.
-    Program program({});
-    program.setProgram("bash");
-    program.setArguments({"-c",
-                          "name=$(printf 'Gr\\303\\274\\303\\237e.wav'); cp one.wav \"$name\"; "
-                          "exec \"$0\" -d \"$1\" \"$name\"",
-                          kovaPlay(), card.device()});
-    QCOMPARE(program.finish(), 0);
-    QCOMPARE(program.out, QByteArray("ended Gr\303\274\303\237e.wav\n"));
-    QVERIFY(card.samples().startsWith(samplesOfOne));
+    QDir().mkpath(TestProcess::path("#1"));
+    QFile::copy(one, TestProcess::path("#1/one.wav"));
+    Program named({"-d", card.device(), "file://" + TestProcess::path("#1/one.wav")});
+    QCOMPARE(named.finish(), 0);
+    Program current({"-d", card.device(), "one.wav"});
+    current.setWorkingDirectory(TestProcess::path("#1"));
+    QCOMPARE(current.finish(), 0);
+    QCOMPARE(card.samples().count(samplesOfOne), 2);
 }
 
 void TestOutcomes::failedItemDoesNotKeepTheNextFromPlaying()
@@ -138,12 +179,12 @@ void TestOutcomes::failureHasReasonAndHint_data()
     QTest::newRow("percent escape of nothing")
         << "%6fther.wav" << QByteArray("error %6fther.wav: file does not exist\n")
         << QByteArray("'%6fther.wav' does not exist");
-    QTest::newRow("percent") << "so%nd.wav" << QByteArray("error so%nd.wav: ")
-                             << QByteArray("rename");
-    QTest::newRow("hash") << "so#nd.wav" << QByteArray("error so#nd.wav: Resource not found.\n")
-                          << QByteArray("rename");
-    QTest::newRow("folder") << "folder" << QByteArray("is a directory.\n")
-                            << QByteArray("name the files in the folder");
+    QTest::newRow("named pipe") << "plain.fifo"
+                                << QByteArray("error plain.fifo: it is a named pipe\n")
+                                << QByteArray("use --pipe 'plain.fifo'\n");
+    QTest::newRow("folder") << "folder"
+                            << QByteArray("error folder: the folder holds no audio files\n")
+                            << QByteArray("folders in the folder are not looked into");
     QTest::newRow("not audio") << "text.txt" << QByteArray("error text.txt: ")
                                << QByteArray("run again with -v");
 }
@@ -157,8 +198,7 @@ void TestOutcomes::failureHasReasonAndHint()
     const VirtualCard card("card");
     QDir().mkpath(TestProcess::path("folder"));
     media::writeFile("text.txt", "This is no music, whatever it may sound like.\n");
-    media::writeFile("so#nd.wav", "");
-    media::writeFile("so%nd.wav", "");
+    mkfifo(TestProcess::path("plain.fifo").toLocal8Bit(), 0600);
     Program program({"-d", card.device(), item});
     QCOMPARE(program.finish(), 1);
     QVERIFY2(program.out.contains(out), program.out);

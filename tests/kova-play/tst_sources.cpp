@@ -8,6 +8,8 @@
 
 #include <QtTest/QtTest>
 
+#include <csignal>
+
 #include <sys/stat.h>
 
 class TestSources : public ProgramTest
@@ -15,8 +17,13 @@ class TestSources : public ProgramTest
     Q_OBJECT
 
 private Q_SLOTS:
-    void fileAndStandardInputPlayFromMemory();
-    void standardInputThatIsAPipeIsReadToItsEnd();
+    void filePlaysFromMemory();
+    void standardInputPlaysFromMemory();
+    void standardInputPlaysWhileItArrives();
+    void endlessInputPlays();
+    void inputThatIsTooLargeFails_data();
+    void inputThatIsTooLargeFails();
+    void terminalIsNoInput();
     void standardInputThatIsEmptyFails();
     void pipePlaysWhatAWriterWrites();
     void pipeOfRawSamplesPlaysWithCaps();
@@ -25,7 +32,7 @@ private Q_SLOTS:
     void itemsPlayBeforeDataBeforePipes();
 };
 
-void TestSources::fileAndStandardInputPlayFromMemory()
+void TestSources::filePlaysFromMemory()
 {
     const VirtualCard card("card");
     Program program({"-d", card.device(), "--data", two, "-"});
@@ -33,13 +40,22 @@ void TestSources::fileAndStandardInputPlayFromMemory()
     QCOMPARE(program.finish(), 0);
     QCOMPARE(program.out, QByteArray("ended -\nended two.wav\n"));
     QCOMPARE(program.err, QByteArray());
-    const QByteArray heard = card.samples();
-    const int second = heard.indexOf(samplesOfTwo);
-    QVERIFY(heard.startsWith(samplesOfOne));
-    QVERIFY(second >= samplesOfOne.size());
+    QVERIFY(card.samples().startsWith(samplesOfOne));
+    QVERIFY(card.samples().indexOf(samplesOfTwo) >= samplesOfOne.size());
 }
 
-void TestSources::standardInputThatIsAPipeIsReadToItsEnd()
+void TestSources::standardInputPlaysFromMemory()
+{
+    const VirtualCard card("card");
+    Program program({"-d", card.device(), "--data", "-"});
+    program.setStandardInputFile(one);
+    QCOMPARE(program.finish(), 0);
+    QCOMPARE(program.out, QByteArray("ended -\n"));
+    QCOMPARE(program.err, QByteArray());
+    QVERIFY(card.samples().startsWith(samplesOfOne));
+}
+
+void TestSources::standardInputPlaysWhileItArrives()
 {
     const VirtualCard card("card");
     const QString fifo = TestProcess::path("input.fifo");
@@ -52,6 +68,7 @@ void TestSources::standardInputThatIsAPipeIsReadToItsEnd()
     Program program({"-d", card.device(), "-"});
     program.setStandardInputFile(fifo);
     program.begin();
+    QVERIFY(card.waitForFrames(samplesOfOne.size() / 8)); // half of it, and its end is not known
     QVERIFY(writer.waitForWritten());
     QVERIFY(writer.close());
     QCOMPARE(program.finish(), 0);
@@ -60,11 +77,67 @@ void TestSources::standardInputThatIsAPipeIsReadToItsEnd()
     QVERIFY(media::withoutTrailingSilence(card.samples(), 4) == samplesOfOne);
 }
 
+void TestSources::endlessInputPlays()
+{
+    const VirtualCard card("card");
+    Program program(
+        {"-d", card.device(), "-", "--caps",
+         "audio/x-unaligned-raw,format=S16LE,rate=48000,channels=2,layout=interleaved"});
+    program.setStandardInputFile("/dev/zero");
+    program.begin();
+    QVERIFY(card.waitForFrames(96000));
+    program.send(SIGTERM);
+    QCOMPARE(program.finish(), 0);
+    QCOMPARE(program.out, QByteArray("stopped -\n"));
+    QCOMPARE(program.err, QByteArray());
+}
+
+void TestSources::inputThatIsTooLargeFails_data()
+{
+    QTest::addColumn<qint64>("size");
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<QByteArray>("out");
+    QTest::addColumn<QByteArray>("hint");
+    QTest::newRow("standard input")
+        << (qint64(1) << 30) + 1 << "-" << QByteArray("error -: it is larger than 1 GiB\n")
+        << QByteArray("kova-play: kova-play - plays standard input while it arrives\n");
+    QTest::newRow("file") << (qint64(1) << 31) << "large.wav"
+                          << QByteArray("error large.wav: it is larger than 2 GiB\n")
+                          << QByteArray("kova-play: 'large.wav' could not be read into memory\n");
+}
+
+void TestSources::inputThatIsTooLargeFails()
+{
+    QFETCH(qint64, size);
+    QFETCH(QString, name);
+    QFETCH(QByteArray, out);
+    QFETCH(QByteArray, hint);
+    const QString path = media::writeFile("large.wav", "");
+    QVERIFY(QFile::resize(path, size)); // without blocks on the disk
+    for (const char* locale : {"C", "C.UTF-8"}) {
+        Program program({"-d", "null", "--data", name});
+        program.setStandardInputFile(path);
+        program.set("LC_ALL", locale);
+        QCOMPARE(program.finish(), 1);
+        QCOMPARE(program.out, out);
+        QCOMPARE(program.err, hint);
+    }
+    QVERIFY(QFile::remove(path));
+}
+
+void TestSources::terminalIsNoInput()
+{
+    TerminalProgram program({"-"});
+    program.begin();
+    QCOMPARE(program.finish(), 2);
+    QVERIFY(program.waitForText("Standard input is a terminal: send a file or the output"));
+}
+
 void TestSources::standardInputThatIsEmptyFails()
 {
     Program program({"-d", "null", "-"});
     QCOMPARE(program.finish(), 1);
-    QCOMPARE(program.out, QByteArray("error -: Stream contains no data.\n"));
+    QCOMPARE(program.out, QByteArray("error -: Stream doesn't contain enough data.\n"));
 }
 
 void TestSources::pipePlaysWhatAWriterWrites()
@@ -106,8 +179,7 @@ void TestSources::sourceThatCannotBeReadFails_data()
     QTest::newRow("missing file") << QStringList{"--data", "missing.wav"}
                                   << QByteArray("error missing.wav: No such file or directory\n")
                                   << QByteArray("could not be read into memory");
-    QTest::newRow("folder") << QStringList{"--data", "."}
-                            << QByteArray("error .: file to open is a directory\n")
+    QTest::newRow("folder") << QStringList{"--data", "."} << QByteArray("error .: it is a folder\n")
                             << QByteArray("could not be read into memory");
     QTest::newRow("pipe is a file")
         << QStringList{"--pipe", "one.wav"} << QByteArray("error one.wav: it is not a named pipe\n")

@@ -27,6 +27,7 @@ private Q_SLOTS:
     void dumbTerminalGetsPlainOutput();
     void nothingRunsIntoTheOutputOfAPipeline();
     void errorsInAFileNeedNoTerminal();
+    void keysWorkWithErrorsInAFile();
     void resultsGoToStandardOutputOnly();
     void terminalHasItsModeBack_data();
     void terminalHasItsModeBack();
@@ -218,6 +219,14 @@ void TestTerminal::errorsInAFileNeedNoTerminal()
     QCOMPARE(media::readFile(TestProcess::path("errors.txt")), QByteArray());
 }
 
+void TestTerminal::keysWorkWithErrorsInAFile()
+{
+    TerminalProgram program({});
+    program.setProgram("bash");
+    program.setArguments({"-c", "exec \"$0\" -v --fake --loop a b 2> errors.txt", kovaPlay()});
+    skipBothItems(program);
+}
+
 void TestTerminal::resultsGoToStandardOutputOnly()
 {
     TerminalProgram program({});
@@ -262,7 +271,8 @@ void TestTerminal::secondInterruptRestoresTerminal()
     if (signalsAreHeldBack) {
         QSKIP("ThreadSanitizer hands no signal to a program that is blocked");
     }
-    TerminalProgram program({"-v", "-d", "null", makeBlockingItem()});
+    TerminalProgram program({"-v", "-d", "null", one});
+    blockAtDevice(program);
     program.begin();
     QVERIFY(program.waitForText("Enter"));
     QVERIFY(program.givesSingleKeys());

@@ -103,7 +103,7 @@ void TestItemPlayback::refusedPushIsNoOutcomeBesideAnother()
             [&](const Outcome& known) { outcomes.append(textOf(known)); });
     bool finished = false;
     connect(&playback, &Playback::finished, this, [&] { finished = true; });
-    playback.start(QStringLiteral("null"), false);
+    playback.start(QStringLiteral("null"), Loop::No);
     QCOMPARE(playback.state(), Playback::State::Playing);
     // As players report: all that comes of one call is queued when the loop goes on.
     for (const auto report : reports) {
@@ -122,7 +122,7 @@ void TestItemPlayback::onlyPausedItemIsResumed()
     Playback playback(std::move(item), QStringLiteral("token"));
     playback.resume();
     QCOMPARE(playback.state(), Playback::State::Waiting);
-    playback.start(QStringLiteral("null"), false);
+    playback.start(QStringLiteral("null"), Loop::No);
     playback.resume();
     QCOMPARE(made.player->starts, 1);
     QVERIFY(playback.pause());

@@ -1,6 +1,7 @@
 #include "kit/TestMain.h"
 #include "kit/TestProcess.h"
 
+#include <tools/kova-play/Files.h>
 #include <tools/kova-play/Text.h>
 
 #include <QtCore/QTextCodec>
@@ -18,6 +19,8 @@ private Q_SLOTS:
     void cleanupTestCase();
 
     void lineHasNoBreaks();
+    void nameThatIsNoTextKeepsItsBytes_data();
+    void nameThatIsNoTextKeepsItsBytes();
     void wideAndCombiningCharactersAreCounted();
     void longLineIsCut();
     void quotesBecomeThoseOfTheLocale();
@@ -39,6 +42,28 @@ void TestText::lineHasNoBreaks()
 {
     QCOMPARE(text::oneLine(QString::fromUtf8("a\nb\u2028c\u2029d\033e\u00a0f")),
              QString::fromUtf8("a b c d e\u00a0f"));
+}
+
+void TestText::nameThatIsNoTextKeepsItsBytes_data()
+{
+    QTest::addColumn<QByteArray>("name");
+    QTest::addColumn<QByteArray>("shown");
+    QTest::newRow("text") << QByteArray("Gr\303\274n.wav") << QByteArray("Gr\303\274n.wav");
+    QTest::newRow("beyond 16 bits")
+        << QByteArray("\360\237\216\265") << QByteArray("\360\237\216\265");
+    QTest::newRow("Latin-1") << QByteArray("Gr\374n.wav") << QByteArray("Gr?n.wav");
+    QTest::newRow("cut off") << QByteArray("a\303") << QByteArray("a?");
+    QTest::newRow("bytes alone") << QByteArray("\200\377") << QByteArray("??");
+}
+
+void TestText::nameThatIsNoTextKeepsItsBytes()
+{
+    QFETCH(QByteArray, name);
+    QFETCH(QByteArray, shown);
+    const QString kept = files::decoded(name);
+    QCOMPARE(files::encoded(kept), name);
+    QCOMPARE(text::oneLine(kept).toUtf8(), shown);
+    QCOMPARE(files::encoded("b" + kept + kept), "b" + name + name);
 }
 
 void TestText::wideAndCombiningCharactersAreCounted()

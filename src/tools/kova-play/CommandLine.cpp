@@ -2,19 +2,47 @@
 
 #include <QtCore/QCoreApplication>
 
+#include <unistd.h>
+
+namespace {
+
+/// The parser knows no option whose value may be left out.
+QStringList withPlainLoop(QStringList arguments)
+{
+    for (QString& argument : arguments) {
+        if (argument == QLatin1String("--")) {
+            break;
+        }
+        if (argument == QLatin1String("--loop=new")) {
+            argument = "--loop-new";
+        }
+    }
+    return arguments;
+}
+
+} // namespace
+
 CommandLine::CommandLine()
     : deviceOption({"d", "device"}, "Play on the ALSA device NAME.", "NAME", "default"),
       tokenOption({"t", "token"},
                   "Call the item TOKEN in the output; of several items TOKEN-1, TOKEN-2 and so on. "
                   "Otherwise each has the last part of its name.",
                   "TOKEN"),
-      dataOption("data", "Read FILE into memory and play it from there, after the items.", "FILE"),
+      dataOption("data",
+                 "Read FILE into memory and play it from there, after the items; - is standard "
+                 "input, up to 1 GiB.",
+                 "FILE"),
       pipeOption("pipe",
                  "Play what another program writes into the named pipe PATH, which is made if it "
                  "is not there, after all else.",
                  "PATH"),
-      capsOption("caps", "What is written into the pipes, as GStreamer describes it.", "CAPS"),
-      loopOption({"l", "loop"}, "Begin each item again at its end, until it is stopped."),
+      capsOption("caps",
+                 "What is written into the pipes or standard input, as GStreamer describes it.",
+                 "CAPS"),
+      loopOption({"l", "loop"},
+                 "Begin each item again at its end, until it is stopped. --loop=new makes a new "
+                 "player for each pass: every pass is whole on every card."),
+      loopNewOption("loop-new"),
       atOnceOption("at-once", "Play all items at the same time. The device must be able to mix."),
       verboseOption(
           {"v", "verbose"},
@@ -35,11 +63,14 @@ CommandLine::CommandLine()
                                      "On a terminal, space pauses and resumes, s stops the item "
                                      "and q quits.");
     parser.addPositionalArgument(
-        "ITEM", "Path, file://PATH, http://... or https://... to play; - for standard input.",
+        "ITEM",
+        "Path, file://PATH, http://... or https://... to play; a folder or a playlist (.m3u, "
+        ".m3u8, .pls) for all that it holds; - for standard input.",
         "ITEM...");
+    loopNewOption.setFlags(QCommandLineOption::HiddenFromHelp);
     parser.addOptions({deviceOption, tokenOption, dataOption, pipeOption, capsOption, loopOption,
-                       atOnceOption, verboseOption, timingOption, graphsOption, listDevicesOption,
-                       checkOption, fakeOption, helpOption, versionOption});
+                       loopNewOption, atOnceOption, verboseOption, timingOption, graphsOption,
+                       listDevicesOption, checkOption, fakeOption, helpOption, versionOption});
 }
 
 QString CommandLine::help() const
@@ -51,7 +82,7 @@ QString CommandLine::help() const
 
 bool CommandLine::parse(const QStringList& arguments)
 {
-    if (!parser.parse(arguments)) {
+    if (!parser.parse(withPlainLoop(arguments))) {
         problem = parser.errorText();
         return false;
     }
@@ -69,13 +100,22 @@ void CommandLine::readOptions()
     parsed.caps = parser.value(capsOption);
     parsed.device = parser.value(deviceOption);
     parsed.token = parser.value(tokenOption);
-    parsed.loop = parser.isSet(loopOption);
+    readLoop();
     parsed.atOnce = parser.isSet(atOnceOption);
     parsed.timing = parser.isSet(timingOption);
     parsed.fake = parser.isSet(fakeOption);
     parsed.graphsFolder = parser.value(graphsOption);
     const QStringList given = parser.optionNames();
     parsed.verbosity = given.count("v") + given.count("verbose");
+}
+
+void CommandLine::readLoop()
+{
+    if (parser.isSet(loopNewOption)) {
+        parsed.loop = Loop::NewPlayer;
+    } else if (parser.isSet(loopOption)) {
+        parsed.loop = Loop::SamePlayer;
+    }
 }
 
 void CommandLine::readTask()
@@ -100,21 +140,24 @@ QString CommandLine::findProblem() const
     if (parser.isSet(checkOption) && parser.isSet(listDevicesOption)) {
         return "--check and --list-devices exclude each other.";
     }
-    if (parsed.task == Task::ListDevices && parsed.itemCount() > 0) {
+    if (parsed.task == Task::ListDevices && !parsed.isEmpty()) {
         return "--list-devices takes no items.";
     }
     if (parsed.task == Task::Check &&
         (!parsed.data.isEmpty() || !parsed.pipes.isEmpty() || parsed.items.contains("-"))) {
         return "--check examines files and web addresses only.";
     }
-    if (parsed.task == Task::Play && parsed.itemCount() == 0) {
+    if (parsed.task == Task::Play && parsed.isEmpty()) {
         return "No item to play was named.";
     }
-    if (parsed.items.count("-") > 1) {
+    if (parsed.inputCount() > 1) {
         return "Standard input can be played only once.";
     }
-    if (parser.isSet(capsOption) && parsed.pipes.isEmpty()) {
-        return "--caps says what is written into a pipe: it needs --pipe.";
+    if (parsed.inputCount() > 0 && isatty(STDIN_FILENO) == 1) {
+        return "Standard input is a terminal: send a file or the output of a program to it.";
+    }
+    if (parser.isSet(capsOption) && parsed.pipes.isEmpty() && !parsed.items.contains("-")) {
+        return "--caps says what is written into a pipe: it needs --pipe or the item -.";
     }
     for (const QCommandLineOption* option :
          {&deviceOption, &tokenOption, &graphsOption, &dataOption, &pipeOption, &capsOption}) {

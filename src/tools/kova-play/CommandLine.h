@@ -1,6 +1,8 @@
 #ifndef KOVA_PLAY_COMMAND_LINE_H
 #define KOVA_PLAY_COMMAND_LINE_H
 
+#include "Playback.h"
+
 #include <QtCore/QCommandLineOption>
 #include <QtCore/QCommandLineParser>
 #include <QtCore/QString>
@@ -19,21 +21,23 @@ struct Options
     };
 
     Task task = Task::Play;
-    QStringList items;    ///< paths and URIs as the user wrote them; "-" is standard input
-    QStringList data;     ///< files to play from memory
-    QStringList pipes;    ///< named pipes to play from
-    QString caps;         ///< what is written into the pipes; empty: it is found out
-    QString device;       ///< ALSA name
-    QString token;        ///< empty: each item's token comes from its name
-    bool loop = false;    ///< begin each item again at its end
+    QStringList items; ///< paths and URIs as the user wrote them; "-" is standard input
+    QStringList data;  ///< files to play from memory; "-" is standard input
+    QStringList pipes; ///< named pipes to play from
+    QString caps;   ///< what is written into the pipes and standard input; empty: it is found out
+    QString device; ///< ALSA name
+    QString token;  ///< empty: each item's token comes from its name
+    Loop loop = Loop::No;
     bool atOnce = false;  ///< play all items at the same time
     bool fake = false;    ///< play nothing
     bool timing = false;  ///< show how long each part of a start takes
     int verbosity = 0;    ///< how often --verbose was given
     QString graphsFolder; ///< where pictures of pipelines go; empty: none are made
 
-    /// How many items there are of all kinds.
-    int itemCount() const { return items.size() + data.size() + pipes.size(); }
+    /// How often standard input is named.
+    int inputCount() const { return items.count("-") + data.count("-"); }
+    /// Whether nothing is named that could be played.
+    bool isEmpty() const { return items.isEmpty() && data.isEmpty() && pipes.isEmpty(); }
 };
 
 /// The options that the program knows and the texts about them.
@@ -55,6 +59,7 @@ public:
 
 private:
     void readOptions();
+    void readLoop();
     void readTask();
     QString findProblem() const;
 
@@ -65,6 +70,7 @@ private:
     QCommandLineOption pipeOption;
     QCommandLineOption capsOption;
     QCommandLineOption loopOption;
+    QCommandLineOption loopNewOption;
     QCommandLineOption atOnceOption;
     QCommandLineOption verboseOption;
     QCommandLineOption timingOption;

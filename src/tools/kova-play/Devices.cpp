@@ -15,6 +15,12 @@ struct HintsDeleter
 };
 using Hints = std::unique_ptr<void*, HintsDeleter>;
 
+struct PcmCloser
+{
+    void operator()(snd_pcm_t* pcm) const { snd_pcm_close(pcm); }
+};
+using Pcm = std::unique_ptr<snd_pcm_t, PcmCloser>;
+
 /// One property of a device; a null text when it has none.
 QString property(const void* hint, const char* id)
 {
@@ -47,12 +53,6 @@ QString remedy(int error)
         return "kova-play --list-devices shows what else there is";
     }
 }
-
-struct PcmCloser
-{
-    void operator()(snd_pcm_t* pcm) const { snd_pcm_close(pcm); }
-};
-using Pcm = std::unique_ptr<snd_pcm_t, PcmCloser>;
 
 /// A set of configurations of a device.
 class HwParams
@@ -188,5 +188,5 @@ devices::Report devices::examine(const QString& name)
         return {"refuses every format (" + messageOf(error) + "); it lists " + takes, QString()};
     }
     const bool pauses = snd_pcm_hw_params_can_pause(params.get()) == 1;
-    return {QString(), takes + (pauses ? "; can pause" : "; cannot pause")};
+    return {QString(), takes + (pauses ? "; can pause" : "; cannot pause"), pauses};
 }

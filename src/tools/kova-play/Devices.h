@@ -22,6 +22,7 @@ struct Report
 {
     QString problem; ///< why nothing can be played on it and what to do; empty when it can
     QString takes;   ///< its sample formats, rates and channels, and whether it can pause
+    bool canPause = false;
 };
 
 /// Opens a device for playback, configures it and closes it again.

@@ -3,8 +3,10 @@
 
 #include <simplePlayer/SimplePlayerInterface.h>
 
-#include <QtCore/QByteArray>
+#include "Files.h"
+
 #include <QtCore/QString>
+#include <QtCore/QTemporaryDir>
 
 #include <memory>
 
@@ -14,6 +16,10 @@ struct Advice
     QString reason; ///< why it failed; empty when that is not known
     QString hint;   ///< what the user can do next; empty when there is nothing to add
 };
+
+/// The path of an item that is a local file: the item itself, or what follows "file://". Empty for
+/// a web URI.
+QString pathOfItem(const QString& item);
 
 /// Something to play: one subclass for each kind of source.
 class Item
@@ -40,6 +46,9 @@ public:
     /// Whether a start is to be followed by a stop, as the player would never end by itself.
     virtual bool neverEnds() const { return false; }
 
+    /// Whether another player can play the item after one has played it to its end.
+    virtual bool canBeginAgain() const { return true; }
+
     /// Looks for the reason why a player of this item could not be started.
     virtual Advice adviceOnFailedStart() const { return {}; }
 };
@@ -54,10 +63,12 @@ public:
     std::unique_ptr<SimplePlayer> makePlayer(const QString& token,
                                              const QString& device) const override;
     QString name() const override;
+    Advice obstacle() const override;
     Advice adviceOnFailedStart() const override;
 
 private:
     QString uri;
+    QString path; ///< of a local file; empty on the web
 };
 
 /// A file that is read into memory whole and played from there.
@@ -66,8 +77,8 @@ class DataItem : public Item
 public:
     /// @param file  path of the file
     explicit DataItem(const QString& file);
-    /// @param bytes  what was read from standard input
-    explicit DataItem(const QByteArray& bytes);
+    /// @param contents  what was read from standard input
+    explicit DataItem(const files::Contents& contents);
 
     std::unique_ptr<SimplePlayer> makePlayer(const QString& token,
                                              const QString& device) const override;
@@ -75,9 +86,8 @@ public:
     QString name() const override;
 
 private:
-    QString path;                ///< empty for standard input
-    QByteArray standardInput;    ///< what was read from it
-    mutable QString readProblem; ///< why the file could not be read, known when a player was made
+    QString path;                  ///< empty for standard input
+    mutable files::Contents input; ///< of a file the problem alone, known when a player was made
 };
 
 /// What another process writes into a named pipe.
@@ -97,6 +107,44 @@ public:
 private:
     QString path;
     QString caps;
+};
+
+/// Standard input while it arrives, by way of a named pipe of its own.
+class StandardInputItem : public PipeItem
+{
+public:
+    /// @param streamCaps  what arrives, as GStreamer describes it, or empty
+    explicit StandardInputItem(const QString& streamCaps);
+
+    std::unique_ptr<SimplePlayer> makePlayer(const QString& token,
+                                             const QString& device) const override;
+    Advice obstacle() const override;
+    QString notice() const override { return QString(); }
+    QString name() const override { return "-"; }
+    bool canBeginAgain() const override { return false; }
+
+private:
+    StandardInputItem(std::unique_ptr<QTemporaryDir> pipeFolder, const QString& streamCaps);
+
+    std::unique_ptr<QTemporaryDir> folder;
+};
+
+/// An item that is known to be unplayable.
+class UnplayableItem : public Item
+{
+public:
+    /// @param unplayable  its path or URI
+    /// @param why         has a reason
+    UnplayableItem(const QString& unplayable, const Advice& why);
+
+    std::unique_ptr<SimplePlayer> makePlayer(const QString& token,
+                                             const QString& device) const override;
+    Advice obstacle() const override { return problem; }
+    QString name() const override;
+
+private:
+    QString item;
+    Advice problem;
 };
 
 /// An item whose player plays nothing.

@@ -1,6 +1,7 @@
 #include "LiveLine.h"
 
 #include "Console.h"
+#include "Flow.h"
 #include "Playlist.h"
 #include "Terminal.h"
 #include "Text.h"
@@ -14,6 +15,7 @@ QString stateText(Playback::State state)
 {
     switch (state) { // GCOVR_EXCL_BR_LINE: all have their case
     case Playback::State::Playing:
+    case Playback::State::Turning:
         return "playing";
     case Playback::State::Paused:
         return "paused";
@@ -53,6 +55,11 @@ LiveLine::~LiveLine()
     hide();
 }
 
+void LiveLine::watchFlow()
+{
+    flow = std::make_unique<Flow>();
+}
+
 void LiveLine::show()
 {
     if (terminal.exists()) {
@@ -87,11 +94,35 @@ QString LiveLine::composed(int columns) const
         return QString();
     }
     const Playback& first = *current.front();
-    const QString progress = "  " + stateText(first.state()) + "  " + text::clock(first.elapsed());
     if (current.size() > 1) {
+        const QString progress = stateText(first.state()) + "  " + text::clock(first.elapsed());
         const QString place = QString("[%1 of %2] ").arg(current.size()).arg(playlist.size());
-        return joined(place, first.name() + " and others", progress, columns);
+        return joined(place, first.name() + " and others", "  " + progress, columns);
     }
     const QString place = QString("[%1/%2] ").arg(playlist.begun()).arg(playlist.size());
-    return joined(playlist.size() > 1 ? place : QString(), first.name(), progress, columns);
+    return joined(playlist.size() > 1 ? place : QString(), first.name(), "  " + progressOf(first),
+                  columns);
+}
+
+QString LiveLine::progressOf(const Playback& playback) const
+{
+    if (!flow) {
+        return stateText(playback.state()) + "  " + text::clock(playback.elapsed());
+    }
+    Flow::State state = Flow::State::Running;
+    if (playback.state() == Playback::State::Playing) {
+        state = flow->look();
+    } else {
+        flow->hold();
+    }
+    switch (state) {
+    case Flow::State::NoData:
+        return "waiting for data";
+    case Flow::State::Stalled:
+        return "card stalled";
+    case Flow::State::Running:
+        break;
+    }
+    const qint64 elapsed = qMax<qint64>(playback.elapsed() - flow->idle(), 0);
+    return stateText(playback.state()) + "  " + text::clock(elapsed);
 }

@@ -5,7 +5,11 @@
 #include <QtCore/QString>
 #include <QtCore/QTimer>
 
+#include <memory>
+
 class Console;
+class Flow;
+class Playback;
 class Playlist;
 class Terminal;
 
@@ -17,6 +21,8 @@ class LiveLine : public QObject
 public:
     /// All of them must outlive this object.
     LiveLine(const Playlist& shownPlaylist, Terminal& userTerminal, Console& output);
+    /// Shows from now on what really comes out. GStreamer must be initialised.
+    void watchFlow();
     /// Removes the line.
     ~LiveLine() override;
 
@@ -30,11 +36,13 @@ public:
 
 private:
     QString composed(int columns) const;
+    QString progressOf(const Playback& playback) const;
 
     const Playlist& playlist;
     Terminal& terminal;
     Console& console;
     QTimer timer;
+    std::unique_ptr<Flow> flow; ///< none when players play nothing
 };
 
 #endif

@@ -40,32 +40,42 @@ Playback::Playback(std::unique_ptr<Item> what, const QString& token)
 
 Playback::~Playback() = default;
 
-void Playback::start(const QString& device, bool endlessly)
+void Playback::start(const QString& device, Loop loop)
 {
-    makePlayer(device, endlessly);
+    outputDevice = device;
+    loopKind = loop;
+    begin();
+    if (currentState == State::Playing && !item->notice().isEmpty()) {
+        Q_EMIT noticed(item->notice());
+    }
+    if (item->neverEnds() && loop == Loop::No) {
+        QMetaObject::invokeMethod(this, "stop", Qt::QueuedConnection);
+    }
+}
+
+void Playback::begin()
+{
+    makePlayer();
     const Advice obstacle = item->obstacle();
     if (!obstacle.reason.isEmpty()) {
         refuse(obstacle.reason, obstacle.hint);
         return;
     }
     requestPlaying();
-    if (currentState == State::Playing && !item->notice().isEmpty()) {
-        Q_EMIT noticed(item->notice());
-    }
-    if (item->neverEnds() && !endlessly) {
-        QMetaObject::invokeMethod(this, "stop", Qt::QueuedConnection);
-    }
 }
 
-void Playback::makePlayer(const QString& device, bool endlessly)
+void Playback::makePlayer()
 {
-    outputDevice = device;
     trace.mark(&PipelineTrace::Moments::makingBegins);
-    player = item->makePlayer(itemToken, device);
+    player = item->makePlayer(itemToken, outputDevice);
     trace.mark(&PipelineTrace::Moments::made);
-    player->loop = endlessly;
-    connect(player.get(), &SimplePlayer::playbackEnded, this,
-            [this] { finish({Outcome::Kind::Ended}); });
+    player->loop = loopKind == Loop::SamePlayer;
+    connectPlayer();
+}
+
+void Playback::connectPlayer()
+{
+    connect(player.get(), &SimplePlayer::playbackEnded, this, &Playback::endPass);
     connect(player.get(), &SimplePlayer::playbackStopped, this,
             [this] { finish({Outcome::Kind::Stopped}); });
     connect(player.get(), &SimplePlayer::playbackErrorReported, this,
@@ -131,10 +141,33 @@ void Playback::stop()
         watch.halt();
         player->stopPlayback(); // also when it fails, an outcome follows
         break;
+    case State::Turning:
+        finish({Outcome::Kind::Stopped});
+        break;
     case State::Stopping:
     case State::Failing:
     case State::Finished:
         break;
+    }
+}
+
+void Playback::endPass()
+{
+    if (loopKind != Loop::NewPlayer || !item->canBeginAgain() || currentState != State::Playing) {
+        finish({Outcome::Kind::Ended});
+        return;
+    }
+    currentState = State::Turning;
+    watch.halt();
+    connect(player.get(), &QObject::destroyed, this, &Playback::beginNextPass,
+            Qt::QueuedConnection);
+    releasePlayer();
+}
+
+void Playback::beginNextPass()
+{
+    if (currentState == State::Turning) {
+        begin();
     }
 }
 
@@ -193,9 +226,16 @@ void Playback::finish(Outcome outcome)
         QMetaObject::invokeMethod(this, "finished", Qt::QueuedConnection);
         return;
     }
+    connect(player.get(), &QObject::destroyed, this, &Playback::finished, Qt::QueuedConnection);
+    releasePlayer();
+}
+
+void Playback::releasePlayer()
+{
     // After its end a player still holds the device. It frees it in its destructor, behind the
     // point where it announces its destruction: a queued call comes after that.
-    player->disconnect(this);
-    connect(player.get(), &QObject::destroyed, this, &Playback::finished, Qt::QueuedConnection);
+    disconnect(player.get(), &SimplePlayer::playbackEnded, this, nullptr);
+    disconnect(player.get(), &SimplePlayer::playbackStopped, this, nullptr);
+    disconnect(player.get(), &SimplePlayer::playbackErrorReported, this, nullptr);
     player.release()->deleteLater(); // this may be its own signal that is being handled
 }

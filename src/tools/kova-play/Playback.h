@@ -40,6 +40,14 @@ private:
     qint64 before = 0;
 };
 
+/// What follows the end of an item.
+enum class Loop
+{
+    No,         ///< the outcome
+    SamePlayer, ///< its player begins again
+    NewPlayer,  ///< another player plays it
+};
+
 /// One item on its way from the first start to its outcome. Exactly one outcome is reported,
 /// whatever the player does or fails to do.
 class Playback : public QObject
@@ -53,6 +61,7 @@ public:
         Playing,  ///< started, and the outcome is to come
         Paused,   ///< halted by pause()
         Stopping, ///< stopped, and the outcome is to come
+        Turning,  ///< a pass is over, and the player of the next one is to come
         Failing,  ///< the start was refused, and the player is given a moment to say why
         Finished, ///< the outcome was reported
     };
@@ -63,9 +72,8 @@ public:
     ~Playback() override;
 
     /// Makes the player and starts it.
-    /// @param device    the ALSA device to play on
-    /// @param endlessly  whether the item begins again at its end
-    void start(const QString& device, bool endlessly);
+    /// @param device  the ALSA device to play on
+    void start(const QString& device, Loop loop);
     /// Halts a playback that is running. @return false when the player refuses
     bool pause();
     /// Goes on after pause().
@@ -90,7 +98,12 @@ Q_SIGNALS:
     void finished();
 
 private:
-    void makePlayer(const QString& device, bool endlessly);
+    void makePlayer();
+    void connectPlayer();
+    void begin();
+    void releasePlayer();
+    void endPass();
+    void beginNextPass();
     void requestPlaying();
     bool startObserved();
     void giveUpStarting();
@@ -101,6 +114,7 @@ private:
     std::unique_ptr<Item> item;
     QString itemToken;
     QString outputDevice;
+    Loop loopKind = Loop::No;
     std::unique_ptr<SimplePlayer> player; ///< from start() to the outcome
     PipelineTrace trace;                  ///< of what the player does
     QTimer grace;                         ///< bounds State::Failing

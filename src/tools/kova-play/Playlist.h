@@ -19,7 +19,7 @@ public:
     struct Manner
     {
         QString device;
-        bool loop = false;
+        Loop loop = Loop::No;
         bool atOnce = false;
     };
 

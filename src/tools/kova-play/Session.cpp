@@ -2,6 +2,8 @@
 
 #include "Check.h"
 #include "Console.h"
+#include "Devices.h"
+#include "Elements.h"
 #include "GstLog.h"
 #include "Timing.h"
 
@@ -9,41 +11,12 @@
 
 namespace {
 
-/// All items in the order in which they are played.
-std::vector<std::unique_ptr<Item>> makeItems(const Options& options,
-                                             const QByteArray& standardInput)
+QString makeToken(std::size_t index, std::size_t count, const Item& item, const QString& token)
 {
-    std::vector<std::unique_ptr<Item>> items;
-    for (const QString& name : options.items) {
-        if (name == "-") {
-            items.push_back(std::make_unique<DataItem>(standardInput));
-        } else {
-            items.push_back(std::make_unique<UriItem>(name));
-        }
-    }
-    for (const QString& file : options.data) {
-        items.push_back(std::make_unique<DataItem>(file));
-    }
-    for (const QString& path : options.pipes) {
-        items.push_back(std::make_unique<PipeItem>(path, options.caps));
-    }
-    if (options.fake) {
-        for (std::unique_ptr<Item>& item : items) {
-            item = std::make_unique<FakeItem>(item->name());
-        }
-    }
-    return items;
-}
-
-QString makeToken(int index, const Item& item, const Options& options)
-{
-    if (options.token.isEmpty()) {
+    if (token.isEmpty()) {
         return item.name();
     }
-    if (options.itemCount() == 1) {
-        return options.token;
-    }
-    return options.token + '-' + QString::number(index + 1);
+    return count == 1 ? token : token + '-' + QString::number(index + 1);
 }
 
 QString outcomeLine(const QString& token, const Outcome& outcome)
@@ -61,23 +34,21 @@ QString outcomeLine(const QString& token, const Outcome& outcome)
 
 } // namespace
 
-Session::Session(const Options& options, const QByteArray& standardInput, Console& output,
+Session::Session(const Options& given, std::vector<std::unique_ptr<Item>> items, Console& output,
                  const GstLog& log)
-    : console(output), gstLog(log), verbosity(options.verbosity), showsTiming(options.timing),
-      playlist({options.device, options.loop, options.atOnce}), liveLine(playlist, terminal, output)
+    : options(given), console(output), gstLog(log),
+      playlist({given.device, given.loop, given.atOnce}), liveLine(playlist, terminal, output)
 {
-    addItems(options, standardInput);
+    addItems(std::move(items));
     connectPlaylist();
     connectUser();
 }
 
-void Session::addItems(const Options& options, const QByteArray& standardInput)
+void Session::addItems(std::vector<std::unique_ptr<Item>> items)
 {
-    int index = 0;
-    for (std::unique_ptr<Item>& item : makeItems(options, standardInput)) {
-        const QString token = makeToken(index, *item, options);
-        playlist.add(std::move(item), token);
-        ++index;
+    for (std::size_t i = 0; i < items.size(); ++i) {
+        const QString token = makeToken(i, items.size(), *items[i], options.token);
+        playlist.add(std::move(items[i]), token);
     }
 }
 
@@ -113,9 +84,23 @@ void Session::begin()
         playlist.refuseAll("Qt does not run on GLib's event dispatcher", hintOnGLib());
         return;
     }
+    adviseOnLoop();
+    if (!options.fake && elements::initialise().isEmpty()) {
+        liveLine.watchFlow();
+    }
     liveLine.show();
     playlist.begin();
     liveLine.refresh();
+}
+
+void Session::adviseOnLoop()
+{
+    const bool seeks = options.loop == Loop::SamePlayer && !options.items.isEmpty();
+    if (seeks && !options.fake && devices::examine(options.device).canPause) {
+        console.printMessage("this card can pause: each pass but the first begins with a fifth of "
+                             "a second of silence in place of its sound; --loop=new plays it "
+                             "whole");
+    }
 }
 
 void Session::reportOutcome(const QString& token, const Outcome& outcome)
@@ -128,7 +113,7 @@ void Session::reportOutcome(const QString& token, const Outcome& outcome)
     if (!hint.isEmpty()) {
         console.printMessage(hint);
     }
-    if (showsTiming) {
+    if (options.timing) {
         for (const QString& line : timing::ofItem(token, outcome.moments, gstLog.pluginLoads())) {
             console.printMessage(line);
         }
@@ -141,7 +126,7 @@ QString Session::hintOn(const Outcome& outcome) const
     if (outcome.kind != Outcome::Kind::Error || !outcome.hint.isEmpty()) {
         return outcome.hint;
     }
-    switch (verbosity) {
+    switch (options.verbosity) {
     case 0:
         return "run again with -v, and see the log for details";
     case 1:

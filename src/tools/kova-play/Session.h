@@ -19,11 +19,11 @@ class Session : public QObject
     Q_OBJECT
 
 public:
-    /// @param options        what to play, and how
-    /// @param standardInput  what was read from it, if the item "-" is among them
-    /// @param output         must outlive this object
-    /// @param log            knows the plug-ins that are loaded; must outlive this object
-    Session(const Options& options, const QByteArray& standardInput, Console& output,
+    /// @param given   how to play
+    /// @param items   what to play
+    /// @param output  must outlive this object
+    /// @param log     knows the plug-ins that are loaded; must outlive this object
+    Session(const Options& given, std::vector<std::unique_ptr<Item>> items, Console& output,
             const GstLog& log);
 
     /// Plays everything in the application's event loop.
@@ -31,7 +31,8 @@ public:
     int run();
 
 private:
-    void addItems(const Options& options, const QByteArray& standardInput);
+    void addItems(std::vector<std::unique_ptr<Item>> items);
+    void adviseOnLoop();
     void connectPlaylist();
     void connectUser();
     Q_INVOKABLE void begin();
@@ -41,10 +42,9 @@ private:
     void suspend();
     void redraw();
 
+    const Options options;
     Console& console;
     const GstLog& gstLog;
-    const int verbosity;
-    const bool showsTiming;
     UnixSignals unixSignals;
     Terminal terminal;
     Playlist playlist;

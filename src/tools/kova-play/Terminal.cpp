@@ -105,8 +105,8 @@ bool resultsGoToAProgram()
 } // namespace
 
 Terminal::Terminal()
-    : present(isatty(STDIN_FILENO) == 1 && isatty(STDERR_FILENO) == 1),
-      overwrites(present && isCapable() && !resultsGoToAProgram())
+    : present(isatty(STDIN_FILENO) == 1),
+      overwrites(present && isatty(STDERR_FILENO) == 1 && isCapable() && !resultsGoToAProgram())
 {
     if (!present) {
         return;

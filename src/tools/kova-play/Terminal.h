@@ -5,8 +5,8 @@
 
 class QSocketNotifier;
 
-/// The terminal that the user sits at, when standard input and standard error are one: gives single
-/// keys without echo. There is at most one object of this class.
+/// The terminal that the user sits at, when standard input is one: gives single keys without echo.
+/// There is at most one object of this class.
 ///
 /// The mode of the terminal is restored on destruction, at exit() and on signals that end the
 /// process. While the process is in the background, another program owns the terminal, and it is
@@ -21,7 +21,8 @@ public:
 
     /// Whether there is a terminal. Nothing else here does anything without one.
     bool exists() const { return present; }
-    /// Whether it can show a line that is written over again and again.
+    /// Whether standard error goes to it, and it can show a line that is written over again and
+    /// again.
     bool canShowLiveLine() const { return overwrites; }
     /// How many columns it has now.
     int columns() const;

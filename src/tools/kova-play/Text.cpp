@@ -1,11 +1,14 @@
 #include "Text.h"
 
+#include "Files.h"
+
 #include <QtCore/QRegularExpression>
 #include <QtCore/QTextCodec>
 #include <QtCore/QVector>
 
 #include <algorithm>
 #include <cwchar>
+#include <utility>
 
 namespace {
 
@@ -35,8 +38,12 @@ QString cut(const QString& line, int maximum)
 QString text::oneLine(const QString& any)
 {
     QString line = any;
+    QChar previous;
     for (QChar& character : line) {
         const QChar::Category category = character.category();
+        if (files::holdsByte(character, std::exchange(previous, character))) {
+            character = QLatin1Char('?');
+        }
         if (category == QChar::Other_Control || category == QChar::Separator_Line ||
             category == QChar::Separator_Paragraph) {
             character = QLatin1Char(' ');

@@ -9,7 +9,8 @@ namespace text {
 
 /// Makes file names, byte sequences in disguise and messages of others fit to be printed: nothing
 /// in them ends the line or commands the terminal.
-/// @return `any` with a blank in the place of each control character
+/// @return `any` with a blank in the place of each control character, and a question mark in that
+///         of each byte that is no text
 QString oneLine(const QString& any);
 
 /// A text in the encoding of the user. Quotation marks, dashes and dots that it does not have are

@@ -4,6 +4,7 @@
 #include "Console.h"
 #include "Devices.h"
 #include "Elements.h"
+#include "Expansion.h"
 #include "Graphs.h"
 #include "GstLog.h"
 #include "LogOutput.h"
@@ -13,7 +14,12 @@
 #include "UnixSignals.h"
 
 #include <QtCore/QCoreApplication>
-#include <QtCore/QFile>
+
+#include <algorithm>
+#include <iterator>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 namespace {
 
@@ -42,14 +48,49 @@ int listDevices(Console& console)
     return Success;
 }
 
-/// All of standard input. Read before the session catches signals, so that ^C ends a program that
-/// still waits for its input.
-QByteArray readStandardInput()
+constexpr qint64 largestInput = qint64(1) << 30;
+
+/// The item of a file that is played from memory. Standard input is read now, before the session
+/// catches signals, so that ^C ends a program that still waits for its input.
+std::unique_ptr<Item> makeDataItem(const QString& file)
 {
-    QFile input;
-    // GCOVR_EXCL_BR_START: Qt takes any stream
-    return input.open(stdin, QIODevice::ReadOnly) ? input.readAll() : QByteArray();
-    // GCOVR_EXCL_BR_STOP
+    if (file == "-") {
+        return std::make_unique<DataItem>(
+            files::readAll(fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0), largestInput));
+    }
+    return std::make_unique<DataItem>(file);
+}
+
+std::unique_ptr<Item> makeItem(const expansion::Entry& entry, const QString& caps)
+{
+    if (!entry.problem.reason.isEmpty()) {
+        return std::make_unique<UnplayableItem>(entry.name, entry.problem);
+    }
+    if (entry.name == "-") {
+        return std::make_unique<StandardInputItem>(caps);
+    }
+    return std::make_unique<UriItem>(entry.name);
+}
+
+/// All items in the order in which they are played.
+std::vector<std::unique_ptr<Item>> makeItems(const Options& options)
+{
+    std::vector<std::unique_ptr<Item>> items;
+    for (const expansion::Entry& entry : expansion::expanded(options.items)) {
+        items.push_back(makeItem(entry, options.caps));
+    }
+    for (const QString& file : options.data) {
+        items.push_back(makeDataItem(file));
+    }
+    for (const QString& path : options.pipes) {
+        items.push_back(std::make_unique<PipeItem>(path, options.caps));
+    }
+    if (options.fake) {
+        for (std::unique_ptr<Item>& item : items) {
+            item = std::make_unique<FakeItem>(item->name());
+        }
+    }
+    return items;
 }
 
 /// Initialises GStreamer and has what the players do with it observed.
@@ -88,9 +129,7 @@ int play(const Options& options, Console& console)
     if (!problem.isEmpty()) {
         return complain(problem, console);
     }
-    const QByteArray standardInput =
-        options.items.contains("-") ? readStandardInput() : QByteArray();
-    const int status = Session(options, standardInput, console, gstLog).run();
+    const int status = Session(options, makeItems(options), console, gstLog).run();
     if (!options.graphsFolder.isEmpty()) {
         graphs.finish(console);
     }
@@ -127,7 +166,9 @@ int main(int argc, char** argv)
 
     Console console;
     CommandLine commandLine;
-    if (!commandLine.parse(QCoreApplication::arguments())) {
+    QStringList arguments;
+    std::transform(argv, argv + argc, std::back_inserter(arguments), files::decoded);
+    if (!commandLine.parse(arguments)) {
         return complain(commandLine.error(), console);
     }
     const int status = perform(commandLine, console);
