@@ -28,6 +28,7 @@ private Q_SLOTS:
     void nothingRunsIntoTheOutputOfAPipeline();
     void errorsInAFileNeedNoTerminal();
     void keysWorkWithErrorsInAFile();
+    void liveLineShowsStalledCard();
     void resultsGoToStandardOutputOnly();
     void terminalHasItsModeBack_data();
     void terminalHasItsModeBack();
@@ -225,6 +226,18 @@ void TestTerminal::keysWorkWithErrorsInAFile()
     program.setProgram("bash");
     program.setArguments({"-c", "exec \"$0\" -v --fake --loop a b 2> errors.txt", kovaPlay()});
     skipBothItems(program);
+}
+
+void TestTerminal::liveLineShowsStalledCard()
+{
+    const VirtualCard card("card", VirtualCard::Settings::standingStill());
+    media::writeWav("long.wav", media::noise(480000)); // more than the buffers hold
+    TerminalProgram program({"-d", card.device(), "long.wav"}, 200);
+    program.begin();
+    QVERIFY(program.waitForText("long.wav  card stalled"));
+    program.type("q");
+    QVERIFY(program.waitForText("stopped long.wav\r\n"));
+    QCOMPARE(program.finish(), 0);
 }
 
 void TestTerminal::resultsGoToStandardOutputOnly()
