@@ -75,6 +75,18 @@ private:
     snd_pcm_hw_params_t* params = nullptr;
 };
 
+/// Opens a device for playback. @return an error of ALSA, or 0
+int open(const QString& name, Pcm& device)
+{
+    snd_lib_error_set_handler(ignoreMessage);
+    snd_pcm_t* pcm = nullptr;
+    // Without SND_PCM_NONBLOCK this would wait for a device that another program uses.
+    const int error =
+        snd_pcm_open(&pcm, name.toUtf8().constData(), SND_PCM_STREAM_PLAYBACK, SND_PCM_NONBLOCK);
+    device.reset(error < 0 ? nullptr : pcm);
+    return error;
+}
+
 QString messageOf(int error)
 {
     return QString::fromLocal8Bit(snd_strerror(error));
@@ -168,15 +180,11 @@ std::vector<devices::Device> devices::list()
 
 devices::Report devices::examine(const QString& name)
 {
-    snd_lib_error_set_handler(ignoreMessage);
-    snd_pcm_t* opened = nullptr;
-    // Without SND_PCM_NONBLOCK a device that another program uses would be waited for.
-    int error =
-        snd_pcm_open(&opened, name.toUtf8().constData(), SND_PCM_STREAM_PLAYBACK, SND_PCM_NONBLOCK);
+    Pcm pcm;
+    int error = open(name, pcm);
     if (error < 0) {
         return {messageOf(error) + "; " + remedy(error), QString()};
     }
-    const Pcm pcm(opened);
     HwParams params;
     error = snd_pcm_hw_params_any(pcm.get(), params.get());
     if (error < 0) {
@@ -188,5 +196,16 @@ devices::Report devices::examine(const QString& name)
         return {"refuses every format (" + messageOf(error) + "); it lists " + takes, QString()};
     }
     const bool pauses = snd_pcm_hw_params_can_pause(params.get()) == 1;
-    return {QString(), takes + (pauses ? "; can pause" : "; cannot pause"), pauses};
+    return {QString(), takes + (pauses ? "; can pause" : "; cannot pause")};
+}
+
+bool devices::canPause(const QString& name)
+{
+    Pcm pcm;
+    if (open(name, pcm) < 0) {
+        return false;
+    }
+    const HwParams params;
+    return snd_pcm_hw_params_any(pcm.get(), params.get()) >= 0 &&
+           snd_pcm_hw_params_can_pause(params.get()) == 1;
 }

@@ -22,12 +22,15 @@ struct Report
 {
     QString problem; ///< why nothing can be played on it and what to do; empty when it can
     QString takes;   ///< its sample formats, rates and channels, and whether it can pause
-    bool canPause = false;
 };
 
 /// Opens a device for playback, configures it and closes it again.
 /// @param name  its ALSA name
 Report examine(const QString& name);
+
+/// Whether a device can pause. It is opened for that, and not configured; one that does not open
+/// cannot.
+bool canPause(const QString& name);
 
 } // namespace devices
 

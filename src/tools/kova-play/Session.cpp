@@ -96,7 +96,7 @@ void Session::begin()
 void Session::adviseOnLoop()
 {
     const bool seeks = options.loop == Loop::SamePlayer && !options.items.isEmpty();
-    if (seeks && !options.fake && devices::examine(options.device).canPause) {
+    if (seeks && !options.fake && devices::canPause(options.device)) {
         console.printMessage("this card can pause: each pass but the first begins with a fifth of "
                              "a second of silence in place of its sound; --loop=new plays it "
                              "whole");

@@ -13,7 +13,7 @@
 
 #include <sys/stat.h>
 
-class TestOutcomes : public ProgramTest
+class TestPrintedOutcomes : public ProgramTest
 {
     Q_OBJECT
 
@@ -41,7 +41,7 @@ private Q_SLOTS:
     void fakeItemsStopAtOnce();
 };
 
-void TestOutcomes::itemsPlayInOrder()
+void TestPrintedOutcomes::itemsPlayInOrder()
 {
     const VirtualCard card("card");
     Program program({"-d", card.device(), "one.wav", two});
@@ -52,7 +52,7 @@ void TestOutcomes::itemsPlayInOrder()
     QVERIFY(card.samples().indexOf(samplesOfTwo) >= samplesOfOne.size());
 }
 
-void TestOutcomes::deviceIsFreeBeforeTheNextItemBegins()
+void TestPrintedOutcomes::deviceIsFreeBeforeTheNextItemBegins()
 {
     const VirtualCard card("card");
     Program program({"--device", card.device(), one, two});
@@ -66,7 +66,7 @@ void TestOutcomes::deviceIsFreeBeforeTheNextItemBegins()
     QCOMPARE(life, QStringList({"open", "close", "open", "close"}));
 }
 
-void TestOutcomes::itemsPlayAtOnce()
+void TestPrintedOutcomes::itemsPlayAtOnce()
 {
     const VirtualCard card("card"); // for its configuration: "null" can be opened many times
     Program program({"-v", "-d", "null", "--at-once", "--loop", one, two});
@@ -83,7 +83,7 @@ void TestOutcomes::itemsPlayAtOnce()
     QCOMPARE(program.out, QByteArray("stopped one.wav\nstopped two.wav\n"));
 }
 
-void TestOutcomes::webItemIsPlayed()
+void TestPrintedOutcomes::webItemIsPlayed()
 {
     const VirtualCard card("card");
     const HttpServer server;
@@ -95,7 +95,7 @@ void TestOutcomes::webItemIsPlayed()
     QVERIFY(card.samples().startsWith(samplesOfOne));
 }
 
-void TestOutcomes::fileOfAnyNamePlays_data()
+void TestPrintedOutcomes::fileOfAnyNamePlays_data()
 {
     QTest::addColumn<QString>("name"); // for printf of the shell
     QTest::addColumn<QString>("option");
@@ -114,7 +114,7 @@ void TestOutcomes::fileOfAnyNamePlays_data()
     }
 }
 
-void TestOutcomes::fileOfAnyNamePlays()
+void TestPrintedOutcomes::fileOfAnyNamePlays()
 {
     QFETCH(QString, name);
     QFETCH(QString, option);
@@ -136,7 +136,7 @@ void TestOutcomes::fileOfAnyNamePlays()
     }
 }
 
-void TestOutcomes::fileInAFolderOfAnyNamePlays()
+void TestPrintedOutcomes::fileInAFolderOfAnyNamePlays()
 {
     const VirtualCard card("card");
     QDir().mkpath(TestProcess::path("#1"));
@@ -149,7 +149,7 @@ void TestOutcomes::fileInAFolderOfAnyNamePlays()
     QCOMPARE(card.samples().count(samplesOfOne), 2);
 }
 
-void TestOutcomes::failedItemDoesNotKeepTheNextFromPlaying()
+void TestPrintedOutcomes::failedItemDoesNotKeepTheNextFromPlaying()
 {
     const VirtualCard card("card");
     Program program({"-d", card.device(), "nothing.wav", one});
@@ -158,7 +158,7 @@ void TestOutcomes::failedItemDoesNotKeepTheNextFromPlaying()
     QVERIFY(card.samples().startsWith(samplesOfOne));
 }
 
-void TestOutcomes::failureHasReasonAndHint_data()
+void TestPrintedOutcomes::failureHasReasonAndHint_data()
 {
     QTest::addColumn<QString>("item");
     QTest::addColumn<QByteArray>("out");
@@ -189,7 +189,7 @@ void TestOutcomes::failureHasReasonAndHint_data()
                                << QByteArray("run again with -v");
 }
 
-void TestOutcomes::failureHasReasonAndHint()
+void TestPrintedOutcomes::failureHasReasonAndHint()
 {
     QFETCH(QString, item);
     QFETCH(QByteArray, out);
@@ -206,7 +206,7 @@ void TestOutcomes::failureHasReasonAndHint()
     QVERIFY2(program.err.contains("kova-play: ") && program.err.contains(hint), program.err);
 }
 
-void TestOutcomes::itemThatMayNotBeReadFails_data()
+void TestPrintedOutcomes::itemThatMayNotBeReadFails_data()
 {
     QTest::addColumn<QStringList>("arguments");
     QTest::addColumn<QByteArray>("out");
@@ -215,7 +215,7 @@ void TestOutcomes::itemThatMayNotBeReadFails_data()
                           << QByteArray("error locked.fifo: the pipe cannot be read\n");
 }
 
-void TestOutcomes::itemThatMayNotBeReadFails()
+void TestPrintedOutcomes::itemThatMayNotBeReadFails()
 {
     QFETCH(QStringList, arguments);
     QFETCH(QByteArray, out);
@@ -229,7 +229,7 @@ void TestOutcomes::itemThatMayNotBeReadFails()
              program.err);
 }
 
-void TestOutcomes::deviceThatRefusesFailsItem()
+void TestPrintedOutcomes::deviceThatRefusesFailsItem()
 {
     VirtualCard::Settings settings;
     settings.refuse = "open";
@@ -242,7 +242,7 @@ void TestOutcomes::deviceThatRefusesFailsItem()
     QVERIFY(program.err.contains("kova-play --check --device 'card'"));
 }
 
-void TestOutcomes::deviceThatVanishesFailsItem()
+void TestPrintedOutcomes::deviceThatVanishesFailsItem()
 {
     VirtualCard::Settings settings;
     settings.vanishAfter = 4800;
@@ -253,7 +253,7 @@ void TestOutcomes::deviceThatVanishesFailsItem()
     QCOMPARE(program.out.count('\n'), 1);
 }
 
-void TestOutcomes::missingElementFailsItem_data()
+void TestPrintedOutcomes::missingElementFailsItem_data()
 {
     QTest::addColumn<QStringList>("arguments");
     QTest::newRow("file") << QStringList{"one.wav"};
@@ -262,7 +262,7 @@ void TestOutcomes::missingElementFailsItem_data()
     QTest::newRow("memory") << QStringList{"--data", "one.wav"};
 }
 
-void TestOutcomes::missingElementFailsItem()
+void TestPrintedOutcomes::missingElementFailsItem()
 {
     QFETCH(QStringList, arguments);
     const VirtualCard card("card");
@@ -273,7 +273,7 @@ void TestOutcomes::missingElementFailsItem()
     QCOMPARE(program.err, QByteArray("kova-play: apt-get install gstreamer1.0-alsa\n"));
 }
 
-void TestOutcomes::itemsFailWithoutGLib()
+void TestPrintedOutcomes::itemsFailWithoutGLib()
 {
     const VirtualCard card("card");
     Program program({"-d", card.device(), one, two});
@@ -286,7 +286,7 @@ void TestOutcomes::itemsFailWithoutGLib()
     QVERIFY(!card.has("open"));
 }
 
-void TestOutcomes::outcomeIsOneLineWhateverTheName()
+void TestPrintedOutcomes::outcomeIsOneLineWhateverTheName()
 {
     Program program({"no\nthing\033[2J\u0085.wav"});
     QCOMPARE(program.finish(), 1);
@@ -294,7 +294,7 @@ void TestOutcomes::outcomeIsOneLineWhateverTheName()
     QVERIFY(!(program.out + program.err).contains('\033'));
 }
 
-void TestOutcomes::tokens_data()
+void TestPrintedOutcomes::tokens_data()
 {
     QTest::addColumn<QStringList>("arguments");
     QTest::addColumn<QByteArray>("out");
@@ -309,7 +309,7 @@ void TestOutcomes::tokens_data()
                                  << QByteArray("stopped %2-1\nstopped %2-2\n");
 }
 
-void TestOutcomes::tokens()
+void TestPrintedOutcomes::tokens()
 {
     QFETCH(QStringList, arguments);
     QFETCH(QByteArray, out);
@@ -319,7 +319,7 @@ void TestOutcomes::tokens()
     QCOMPARE(program.out, out);
 }
 
-void TestOutcomes::fakeItemsStopAtOnce()
+void TestPrintedOutcomes::fakeItemsStopAtOnce()
 {
     Program program({"--fake", "a", "b"});
     QCOMPARE(program.finish(), 0);
@@ -327,5 +327,5 @@ void TestOutcomes::fakeItemsStopAtOnce()
     QCOMPARE(program.err, QByteArray());
 }
 
-KOVA_TEST(TestOutcomes)
-#include "tst_outcomes.moc"
+KOVA_TEST(TestPrintedOutcomes)
+#include "tst_printedoutcomes.moc"
