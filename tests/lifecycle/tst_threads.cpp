@@ -94,7 +94,7 @@ void TestThreads::playersOfAllKindsOnSeveralThreads()
         thread->wait();
     }
     for (const auto& worker : workers) {
-        QCOMPARE(worker->problems, QStringList());
+        QCOMPARE(worker->problems.join('\n'), QString());
     }
     QCOMPARE(leakedGstObjects(), QString());
 }
