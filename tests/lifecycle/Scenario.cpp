@@ -30,6 +30,11 @@ bool suitsAll(const Source& /*source*/)
     return true;
 }
 
+bool playsAgain(const Source& source)
+{
+    return source.playsAgain;
+}
+
 bool isFile(const Source& source)
 {
     return &source == &Source::uri();
@@ -38,11 +43,6 @@ bool isFile(const Source& source)
 bool canLoop(const Source& source)
 {
     return source.loops;
-}
-
-bool playsAgain(const Source& source)
-{
-    return source.playsAgain;
 }
 
 bool hasWriter(const Source& source)
@@ -81,10 +81,11 @@ bool loop(Playback& playback)
 
 bool stopAndStart(Playback& playback)
 {
-    // The slot of the first stop may delete the player.
+    // The slot of the stop may delete the player.
     return playback.startAndFeed() && playback.player->stopPlayback() &&
            playback.player->startPlayback() && waitFor([&playback] {
-               return playback.front.isNull() || playback.card.frames() >= 2400;
+               return playback.front.isNull() ||
+                      (playback.isFinished() && playback.card.frames() >= 2400);
            });
 }
 
@@ -149,7 +150,7 @@ const Situation situations[] = {
     {"ended, compressed", suitsAll, playToTheEnd, &Items::compressed},
     {"paused", suitsAll, pause},
     {"looping", canLoop, loop},
-    {"stopped and started again", playsAgain, stopAndStart},
+    {"stopped and started again", playsAgain, stopAndStart, &Items::sound, Situation::None, true},
     {"nothing written", hasWriter, startOnly},
     {"half written", hasWriter, feedHalf},
     {"no such file", isFile, failToStart, &Items::missing},

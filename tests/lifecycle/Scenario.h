@@ -32,6 +32,9 @@ struct Situation
         NoDevice,
         VanishingCard, ///< unplugged after a random number of frames
     } fault = None;
+    /// Whether the player opens its card twice. The card is locked by a file descriptor, which a
+    /// process that another thread starts shares for a moment: the second opening may be refused.
+    bool reopensCard = false;
 };
 
 /// A lifecycle of a player: construction, a situation, teardown.

@@ -52,6 +52,9 @@ private:
     {
         const std::vector<Scenario>& all = Scenario::all();
         const Scenario& scenario = all[random.bounded(static_cast<quint32>(all.size()))];
+        if (scenario.situation->reopensCard) {
+            return;
+        }
         note(scenario.run(items, random, cardName(depth), [this, depth](const Playback&) {
             if (depth < 2) {
                 runNested(depth + 1);
