@@ -141,12 +141,12 @@ static media::Pcm recordedOn(const VirtualCard& card)
     return sound;
 }
 
-/// Whether this is about one second of the tone. An encoder may add or remove the length of a block
-/// at either end, which is too little to be noticed.
+/// Whether this is about one second of the tone. Encoders fill up blocks at both ends; for an MP3
+/// file that is read from a pipe, the decoder does not remove them.
 static bool isTheTone(const media::Pcm& sound)
 {
     constexpr double levelOfTone = 12000.0 / 32768.0 * 0.7071;
-    return sound.rate == 48000 && sound.channels == 2 && qAbs(sound.frames() - 48000) < 1200 &&
+    return sound.rate == 48000 && sound.channels == 2 && qAbs(sound.frames() - 48000) <= 3 * 1152 &&
            qAbs(media::loudness(sound) / levelOfTone - 1.0) < 0.1;
 }
 
@@ -168,7 +168,8 @@ void TestFormats::lossyFormatArrivesWhole()
     QFETCH(QString, name);
     const VirtualCard card("card");
     QCOMPARE(play(*source, media::readFile(media::encode(name, tone)), card), ended());
-    QVERIFY(isTheTone(recordedOn(card)));
+    const media::Pcm recorded = recordedOn(card);
+    QVERIFY2(isTheTone(recorded), qPrintable(QString::number(recorded.frames())));
 }
 
 // ---- Containers --------------------------------------------------------------------------------
