@@ -3,6 +3,7 @@
 #include "kit/TestProcess.h"
 #include "kit/Waiting.h"
 
+#include <QtCore/QCache>
 #include <QtCore/QDateTime>
 #include <QtCore/QFile>
 #include <QtCore/QMap>
@@ -84,12 +85,13 @@ static QByteArray printedConfiguration(const QStringList& arguments)
 /// existing cards is held.
 static QByteArray configuration(const QStringList& arguments)
 {
-    static QMap<QStringList, QByteArray> known;
-    auto found = known.find(arguments);
-    if (found == known.end()) {
-        found = known.insert(arguments, printedConfiguration(arguments));
+    static QCache<QStringList, QByteArray> known(16);
+    QByteArray* text = known.object(arguments);
+    if (!text) {
+        text = new QByteArray(printedConfiguration(arguments));
+        known.insert(arguments, text);
     }
-    return *found;
+    return *text;
 }
 
 /// Writes the configuration of all existing cards. The mutex of `cards` is held.
