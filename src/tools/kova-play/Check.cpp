@@ -30,9 +30,7 @@ bool checkElements(Console& console)
         const QString problem = elements::isInstalled(element)
                                     ? QString()
                                     : QString("missing; apt-get install %1").arg(element.package);
-        // GCOVR_EXCL_BR_START: the compiler's, for temporary texts
         complete = report(QString("element %1").arg(element.name), problem, console) && complete;
-        // GCOVR_EXCL_BR_STOP
     }
     return complete;
 }
@@ -107,17 +105,13 @@ bool checkItem(const QString& item, const QString& device, Console& console)
 bool runsOnGLib()
 {
     const QAbstractEventDispatcher* dispatcher = QAbstractEventDispatcher::instance();
-    // GCOVR_EXCL_BR_START: an application has one
     return dispatcher && QByteArray(dispatcher->metaObject()->className()).contains("Glib");
-    // GCOVR_EXCL_BR_STOP
 }
 
 QString hintOnGLib()
 {
-    // GCOVR_EXCL_BR_START: the second is for another Qt than the one that runs here
     return qEnvironmentVariableIsSet("QT_NO_GLIB") ? "unset QT_NO_GLIB"
                                                    : "use a Qt that was built with GLib";
-    // GCOVR_EXCL_BR_STOP
 }
 
 bool runCheck(const QString& device, const QStringList& items, Console& console)

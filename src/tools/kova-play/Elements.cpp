@@ -13,21 +13,20 @@ const std::vector<elements::Element>& elements::needed()
         {"audioconvert", "gstreamer1.0-plugins-base"},
         {"audioresample", "gstreamer1.0-plugins-base"},
         {"alsasink", "gstreamer1.0-alsa"},
-    }; // GCOVR_EXCL_BR_LINE: the compiler's, for another thread that comes in between
+    };
     return list;
 }
 
 QString elements::initialise()
 {
     GError* error = nullptr;
-    if (gst_init_check(nullptr, nullptr, &error)) { // GCOVR_EXCL_BR_LINE
+    if (gst_init_check(nullptr, nullptr, &error)) {
         return QString();
     }
-    // GCOVR_EXCL_START: without arguments to refuse, GStreamer fails on a broken machine only
+    // Without arguments to refuse, GStreamer fails on a broken machine only.
     QString reason = error ? QString::fromUtf8(error->message) : "unknown error";
     g_clear_error(&error);
     return reason;
-    // GCOVR_EXCL_STOP
 }
 
 bool elements::isInstalled(const Element& element)

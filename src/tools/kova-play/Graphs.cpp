@@ -32,9 +32,7 @@ Graphs::Graphs(const QString& folder) : dir(QDir(folder).absolutePath())
 
 QString Graphs::prepare()
 {
-    // GCOVR_EXCL_BR_START: the compiler's, for temporary texts
     if (!dir.mkpath(".") || !QFileInfo(dir.path()).isWritable()) {
-        // GCOVR_EXCL_BR_STOP
         return QString("'%1' cannot be made or written: name another folder").arg(dir.path());
     }
     formerFiles = dotFiles();

@@ -114,8 +114,8 @@ bool Playback::startObserved()
 
 bool Playback::pause()
 {
-    if (currentState != State::Playing || !player->pausePlayback()) { // GCOVR_EXCL_BR_LINE
-        return false; // GCOVR_EXCL_LINE: the player has failed, and its report is on the way
+    if (currentState != State::Playing || !player->pausePlayback()) {
+        return false; // the player may have failed, with its report on the way
     }
     currentState = State::Paused;
     watch.halt();
@@ -131,7 +131,7 @@ void Playback::resume()
 
 void Playback::stop()
 {
-    switch (currentState) { // GCOVR_EXCL_BR_LINE: all have their case
+    switch (currentState) {
     case State::Waiting:
         finish({Outcome::Kind::Stopped});
         break;

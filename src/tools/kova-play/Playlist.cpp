@@ -79,7 +79,7 @@ void Playlist::togglePause()
 void Playlist::suspend()
 {
     for (Playback* playback : inState(Playback::State::Playing)) {
-        if (playback->pause()) { // GCOVR_EXCL_BR_LINE: or it fails just now
+        if (playback->pause()) { // false if it fails just now
             suspended.push_back(playback);
         }
     }

@@ -21,7 +21,7 @@ QString makeToken(std::size_t index, std::size_t count, const Item& item, const 
 
 QString outcomeLine(const QString& token, const Outcome& outcome)
 {
-    switch (outcome.kind) { // GCOVR_EXCL_BR_LINE: all have their case
+    switch (outcome.kind) {
     case Outcome::Kind::Ended:
         return "ended " + token;
     case Outcome::Kind::Stopped:

@@ -26,8 +26,6 @@ bool inForeground()
     return tcgetpgrp(STDIN_FILENO) == getpgrp();
 }
 
-// GCOVR_EXCL_START: a process that a signal ends leaves no counts
-
 /// Restores the mode and ends the process with the signal's previous action.
 extern "C" void restoreModeAndDie(int number)
 {
@@ -39,8 +37,6 @@ extern "C" void restoreModeAndDie(int number)
     }
     raise(number); // NOLINT(cert-err33-c): takes effect when the handler returns
 }
-
-// GCOVR_EXCL_STOP
 
 void restoreModeWhenKilled()
 {
@@ -58,8 +54,8 @@ void restoreModeWhenKilled()
 /// Characters come one by one and are not shown; ^C and ^Z still send their signals.
 bool setKeyMode()
 {
-    if (tcgetattr(STDIN_FILENO, &formerMode) != 0) { // GCOVR_EXCL_BR_LINE
-        return false; // GCOVR_EXCL_LINE: it has gone since it was found in the foreground
+    if (tcgetattr(STDIN_FILENO, &formerMode) != 0) {
+        return false; // it has gone since it was found in the foreground
     }
     termios keyMode = formerMode;
     keyMode.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO);
@@ -96,10 +92,8 @@ bool isCapable()
 bool resultsGoToAProgram()
 {
     struct stat status = {};
-    // GCOVR_EXCL_BR_START: what is closed is no pipe, and shells make no sockets
     return fstat(STDOUT_FILENO, &status) == 0 &&
            (S_ISFIFO(status.st_mode) || S_ISSOCK(status.st_mode));
-    // GCOVR_EXCL_BR_STOP
 }
 
 } // namespace
@@ -127,9 +121,7 @@ Terminal::~Terminal()
 int Terminal::columns() const
 {
     winsize size = {};
-    // GCOVR_EXCL_BR_START: it was found to be a terminal
     const bool known = ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
-    // GCOVR_EXCL_BR_STOP
     return known ? size.ws_col : 80;
 }
 
@@ -160,9 +152,7 @@ void Terminal::leave()
 void Terminal::restoreMode()
 {
     // From the background, setting the mode would stop the process.
-    // GCOVR_EXCL_BR_START: it was changed in the foreground, which is hardly ever lost before this
     if (modeChanged != 0 && inForeground()) {
-        // GCOVR_EXCL_BR_STOP
         tcsetattr(STDIN_FILENO, TCSANOW, &formerMode);
     }
     modeChanged = 0;
@@ -170,18 +160,17 @@ void Terminal::restoreMode()
 
 void Terminal::readKeys()
 {
-    if (!listen()) { // GCOVR_EXCL_BR_LINE
-        // GCOVR_EXCL_START: the terminal was taken or lost between the key and this call
-        return; // reading in the background would stop the process
-        // GCOVR_EXCL_STOP
+    if (!listen()) {
+        // The terminal was taken or lost between the key and this call. Reading in the background
+        // would stop the process.
+        return;
     }
     QByteArray typed(64, 0);
     const ssize_t count = read(STDIN_FILENO, typed.data(), static_cast<std::size_t>(typed.size()));
-    if (count <= 0) { // GCOVR_EXCL_BR_LINE
-        // GCOVR_EXCL_START: it was lost since listen() has looked
+    if (count <= 0) {
+        // The terminal was lost since listen() has looked.
         notifier->setEnabled(false);
         return;
-        // GCOVR_EXCL_STOP
     }
     typed.truncate(static_cast<int>(count));
     for (int i = 0; i < typed.size();) {

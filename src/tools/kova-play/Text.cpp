@@ -23,7 +23,7 @@ QString cut(const QString& line, int maximum)
 {
     QString result;
     int used = 0;
-    for (const uint character : line.toUcs4()) { // GCOVR_EXCL_BR_LINE: it ends in the break
+    for (const uint character : line.toUcs4()) {
         used += columnsOf(character);
         if (used > maximum) {
             break;

@@ -32,8 +32,6 @@ long now()
     return time.tv_sec * 1000L + time.tv_nsec / 1000000L;
 }
 
-// GCOVR_EXCL_START: a process that a signal ends leaves no counts
-
 /// In a signal handler: ends the process after a repeated SIGINT, with the terminal restored.
 void dieOfSecondInterrupt()
 {
@@ -45,8 +43,6 @@ void dieOfSecondInterrupt()
         raise(SIGINT);           // NOLINT(cert-err33-c)
     }
 }
-
-// GCOVR_EXCL_STOP
 
 extern "C" void writeSignal(int number)
 {
@@ -74,10 +70,8 @@ void handle(int number, const struct sigaction& action)
 
 UnixSignals::UnixSignals()
 {
-    if (pipe2(pipeEnds.data(), O_CLOEXEC | O_NONBLOCK) != 0) { // GCOVR_EXCL_BR_LINE
-        // GCOVR_EXCL_START: aborts, and Qt's event loop has made pipes of its own by now
+    if (pipe2(pipeEnds.data(), O_CLOEXEC | O_NONBLOCK) != 0) {
         qFatal("kova-play: no pipe for signals: %s", qPrintable(qt_error_string(errno)));
-        // GCOVR_EXCL_STOP
     }
     notifier = new QSocketNotifier(pipeEnds[0], QSocketNotifier::Read, this);
     connect(notifier, &QSocketNotifier::activated, this, &UnixSignals::readSignal);
@@ -123,8 +117,8 @@ void UnixSignals::dieOfInterrupt()
 void UnixSignals::readSignal()
 {
     char number = 0;
-    if (read(pipeEnds[0], &number, 1) != 1) { // GCOVR_EXCL_BR_LINE
-        return; // GCOVR_EXCL_LINE: the byte is there, because no other thread reads
+    if (read(pipeEnds[0], &number, 1) != 1) {
+        return; // not reached: the byte is there, because no other thread reads
     }
     switch (number) {
     case SIGTSTP:

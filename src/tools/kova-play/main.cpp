@@ -139,7 +139,7 @@ int play(const Options& options, Console& console)
 int perform(const CommandLine& commandLine, Console& console)
 {
     const Options& options = commandLine.options();
-    switch (options.task) { // GCOVR_EXCL_BR_LINE: all have their case
+    switch (options.task) {
     case Options::Task::ShowHelp:
         console.printText(commandLine.help());
         return Success;
