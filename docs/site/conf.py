@@ -49,6 +49,7 @@ docs/log-reference
 docs/site/api
 docs/site/examples
 docs/site/kova-play
+docs/site/kova-registry
 docs/site/virtualcard-config
 ```
 ```{toctree}

@@ -2,6 +2,7 @@
 
 #include "kit/Media.h"
 #include "kit/TestMain.h"
+#include "kit/TestProcess.h"
 #include "kit/VirtualCard.h"
 
 #include <QtTest/QtTest>
@@ -20,6 +21,7 @@ private Q_SLOTS:
     void hintAdvisesNothingThatWasGiven();
     void verboseShowsWarningsOfGStreamer();
     void verboseShowsTheFormatOfTheDevice();
+    void smallRegistryPlaysItsFormatsOnly();
 };
 
 void TestMissing::failedItemNamesWhatIsMissing_data()
@@ -140,6 +142,22 @@ void TestMissing::verboseShowsTheFormatOfTheDevice()
     QCOMPARE(program.err.count("the device was opened with "), 2);
     QVERIFY(program.err.contains("kova-play: the device was opened with 48000 Hz stereo S16LE\n"));
     QVERIFY(program.err.contains("kova-play: the device was opened with 44100 Hz mono S16LE\n"));
+}
+
+void TestMissing::smallRegistryPlaysItsFormatsOnly()
+{
+    Program registry({KOVA_SOURCE "/scripts/registry", TestProcess::path("registry"), "wav"});
+    registry.setProgram("sh");
+    QCOMPARE(registry.finish(), 0);
+    const QString ogg = media::encode("tone.ogg", one);
+    const VirtualCard card("card");
+    Program program({"-d", card.device(), one, ogg});
+    for (const QByteArray& setting : registry.out.trimmed().split('\n')) {
+        program.set(setting.left(setting.indexOf('=')), setting.mid(setting.indexOf('=') + 1));
+    }
+    QCOMPARE(program.finish(), 1);
+    QCOMPARE(program.out, QByteArray("ended one.wav\n"
+                                     "error tone.ogg: missing plug-in: Ogg demuxer\n"));
 }
 
 KOVA_TEST(TestMissing)
