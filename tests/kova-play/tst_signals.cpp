@@ -33,7 +33,7 @@ void TestSignals::signalStopsLoopAndItemsNotBegun()
     QFETCH(int, number);
     QFETCH(int, status);
     VirtualCard::Settings settings;
-    settings.canPause = false; // otherwise the program says how a loop sounds
+    settings.canPause = false; // otherwise the program warns about loops
     const VirtualCard card("card", settings);
     Program program({"-d", card.device(), "--loop", one, two});
     program.begin();

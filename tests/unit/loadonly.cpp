@@ -29,10 +29,13 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "%s\n", argc > 1 ? dlerror() : "a library is expected");
         return failed;
     }
+    int status = 0;
     if (argc > 2) {
-        return loggerExists(library, argv[2]) ? 0 : failed;
+        status = loggerExists(library, argv[2]) ? 0 : failed;
+    } else {
+        const std::filesystem::directory_iterator threads("/proc/self/task");
+        status = static_cast<int>(std::distance(begin(threads), end(threads))) - 1;
     }
-    const std::filesystem::directory_iterator threads("/proc/self/task");
     // At once, without the exit handlers of libraries whose threads still run.
-    std::_Exit(static_cast<int>(std::distance(begin(threads), end(threads))) - 1);
+    std::_Exit(status);
 }

@@ -6,8 +6,8 @@
 
 namespace {
 
-/// How long the position may stand still, in milliseconds. A busy machine must not look like a card
-/// that stands still.
+/// After how many milliseconds without progress a card counts as stalled. A busy machine must not
+/// look like a stalled card.
 constexpr qint64 standstill = 1000;
 
 std::atomic_int buffers = 0; // that have reached a sink

@@ -60,7 +60,7 @@ struct PipelineDeleter
     }
 };
 
-/// What the pipeline says when it is through, or nothing in time.
+/// Returns the pipeline's error, or one of our own if it does not end in time.
 QString problemOf(GstElement* pipeline)
 {
     const Owner<GstBus> bus(gst_element_get_bus(pipeline));
