@@ -1,10 +1,13 @@
 #include "Program.h"
 
+#include "kit/FifoWriter.h"
 #include "kit/Media.h"
+#include "kit/PipeWriter.h"
 #include "kit/TestMain.h"
 #include "kit/TestProcess.h"
 #include "kit/VirtualCard.h"
 
+#include <QtCore/QFileInfo>
 #include <QtCore/QRegularExpression>
 #include <QtTest/QtTest>
 
@@ -28,6 +31,7 @@ private Q_SLOTS:
     void nothingRunsIntoTheOutputOfAPipeline();
     void errorsInAFileNeedNoTerminal();
     void keysWorkWithErrorsInAFile();
+    void liveLineShowsMissingData();
     void liveLineShowsStalledCard();
     void resultsGoToStandardOutputOnly();
     void terminalHasItsModeBack_data();
@@ -226,6 +230,27 @@ void TestTerminal::keysWorkWithErrorsInAFile()
     program.setProgram("bash");
     program.setArguments({"-c", "exec \"$0\" -v --fake --loop a b 2> errors.txt", kovaPlay()});
     skipBothItems(program);
+}
+
+void TestTerminal::liveLineShowsMissingData()
+{
+    const VirtualCard card("card");
+    const QString fifo = newFifoPath();
+    const QByteArray name = QFileInfo(fifo).fileName().toUtf8();
+    TerminalProgram program({"-d", card.device(), "-t", "stream", "--pipe", fifo}, 200);
+    program.begin();
+    QVERIFY(program.waitForText(name + "  waiting for data"));
+    PipeWriter::Manner manner;
+    manner.keepOpen = true;
+    // Not all of it, as the item ends where its header says.
+    PipeWriter writer(fifo, media::readFile(one).left(60000), manner);
+    QVERIFY(program.waitForText(name + "  playing  0:0"));
+    QVERIFY(program.waitForText(name + "  waiting for data"));
+    program.type(" ");
+    QVERIFY(program.waitForText(name + "  paused  0:0"));
+    program.type("q");
+    QVERIFY(program.waitForText("stopped stream\r\n"));
+    QCOMPARE(program.finish(), 0);
 }
 
 void TestTerminal::liveLineShowsStalledCard()
