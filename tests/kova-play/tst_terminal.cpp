@@ -242,7 +242,7 @@ void TestTerminal::liveLineShowsMissingData()
     QVERIFY(program.waitForText(name + "  waiting for data"));
     PipeWriter::Manner manner;
     manner.keepOpen = true;
-    // Not all of it, as the item ends where its header says.
+    // Not all of it, as the item ends where its header states.
     PipeWriter writer(fifo, media::readFile(one).left(60000), manner);
     QVERIFY(program.waitForText(name + "  playing  0:0"));
     QVERIFY(program.waitForText(name + "  waiting for data"));
