@@ -206,6 +206,33 @@ void TestThreads::movedPlayerReportsInItsThread_data()
     }
 }
 
+/// Plays a player that was moved to the calling thread, and deletes it.
+/// @param fifo       where its item is written to; empty for none
+/// @param isStopped  whether it is stopped after its start
+/// @return its outcomes, without those that were emitted on another thread
+static QStringList playMoved(SimplePlayer* player, const Item& item, const QString& fifo,
+                             bool isStopped)
+{
+    PlayerProbe probe(player);
+    const QThread* const here = QThread::currentThread();
+    std::atomic_int elsewhere{0};
+    const auto note = [here, &elsewhere] { elsewhere += QThread::currentThread() == here ? 0 : 1; };
+    for (const auto signal : {&SimplePlayer::playbackEnded, &SimplePlayer::playbackStopped}) {
+        QObject::connect(player, signal, player, note, Qt::DirectConnection);
+    }
+    QObject::connect(player, &SimplePlayer::playbackErrorReported, player, note,
+                     Qt::DirectConnection);
+    const bool started = player->startPlayback();
+    if (started && !fifo.isEmpty()) {
+        FifoWriter(fifo).write(item.bytes);
+    }
+    if (isStopped) {
+        player->stopPlayback();
+    }
+    const QStringList outcomes = withoutRefusals(probe.finish());
+    return elsewhere == 0 ? outcomes : QStringList();
+}
+
 void TestThreads::movedPlayerReportsInItsThread()
 {
     QFETCH(const Source*, source);
@@ -214,38 +241,19 @@ void TestThreads::movedPlayerReportsInItsThread()
     const media::Pcm sound = media::noise(12000);
     const bool isStopped = outcome.startsWith("stopped");
     const VirtualCard card("card", isStopped ? Card::standingStill() : Card());
-    QThread thread;
-    thread.start();
-    SourcePlayer moved(*source, Item(sound), fails ? "no_such_device" : card.device());
-    // Its functions run, and its signals are emitted, on the thread that it is moved to.
-    SimplePlayer* const player = moved.probe.player.release();
-    std::atomic<QThread*> reporting{nullptr};
-    const auto note = [&reporting] { reporting = QThread::currentThread(); };
-    for (const auto signal : {&SimplePlayer::playbackEnded, &SimplePlayer::playbackStopped}) {
-        connect(player, signal, player, note, Qt::DirectConnection);
-    }
-    connect(player, &SimplePlayer::playbackErrorReported, player, note, Qt::DirectConnection);
-    player->moveToThread(&thread);
-    const auto runThere = [player](const std::function<void()>& work) {
-        QMetaObject::invokeMethod(player, work, Qt::BlockingQueuedConnection);
-    };
-
-    bool started = false;
-    runThere([&] { started = player->startPlayback(); });
-    QCOMPARE(started, !fails);
-    if (source->hasWriter && !fails) {
-        FifoWriter(moved.item.fifo).write(moved.item.bytes);
-    }
-    if (isStopped) {
-        runThere([player] { player->stopPlayback(); });
-    }
-    QVERIFY(moved.waitForOutcome());
-    runThere([player] { player->deleteLater(); });
-    thread.quit();
-    QVERIFY(thread.wait(patience));
-    deliverQueuedEvents();
-    QCOMPARE(moved.outcomes(), QStringList(outcome));
-    QCOMPARE(reporting.load(), &thread);
+    const Item item(sound);
+    SimplePlayer* const player =
+        source->makePlayer(item, "token", fails ? "no_such_device" : card.device(), nullptr);
+    const QString fifo = source->hasWriter ? item.fifo : QString();
+    QStringList outcomes; // of the thread, which ends before they are read
+    const std::unique_ptr<QThread> thread(
+        QThread::create([&outcomes, player, &item, fifo, isStopped] {
+            outcomes = playMoved(player, item, fifo, isStopped);
+        }));
+    player->moveToThread(thread.get());
+    thread->start();
+    QVERIFY(thread->wait(patience));
+    QCOMPARE(outcomes, QStringList(outcome));
     const bool hasEnded = outcome == "ended token";
     QVERIFY(!hasEnded || media::difference(card.samples(), sound.samples).isEmpty());
 }

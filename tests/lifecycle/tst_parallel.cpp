@@ -103,4 +103,4 @@ void TestThreads::playersOfAllKindsOnSeveralThreads()
 }
 
 KOVA_TEST(TestThreads)
-#include "tst_threads.moc"
+#include "tst_parallel.moc"
