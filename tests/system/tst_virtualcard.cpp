@@ -35,6 +35,7 @@ private Q_SLOTS:
     void drainOfANonBlockingClientReturnsAtOnce();
     void drainOfAStalledCardFails();
     void channelMapIsThatOfWavFiles();
+    void fileWithoutSamplesIsUsedForAnyLayout();
     void openedAgainAppends();
     void otherParametersGoToAnotherFile();
     void recordingHasValidHeader_data();
@@ -331,6 +332,19 @@ void TestVirtualCard::channelMapIsThatOfWavFiles()
 }
 
 // ---- Recording --------------------------------------------------------------------------------
+
+void TestVirtualCard::fileWithoutSamplesIsUsedForAnyLayout()
+{
+    const VirtualCard card("card");
+    Setup floats;
+    floats.format = SND_PCM_FORMAT_FLOAT_LE;
+    floats.channels = 6;
+    QCOMPARE(configure(openPcm(card.device()), floats), 0);
+    const media::Pcm sound = media::noise(4800);
+    QVERIFY(play(card.device(), sound));
+    QCOMPARE(card.recordPaths(), QStringList(card.recordPath()));
+    QCOMPARE(media::difference(card.samples(), sound.samples), QString());
+}
 
 void TestVirtualCard::openedAgainAppends()
 {

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 
@@ -68,11 +69,16 @@ bool WavRecord::adopt(Descriptor&& candidate)
         return false;
     }
     const auto size = static_cast<std::uint64_t>(status.st_size);
-    const std::string header = readHeader(candidate.get(), headerSize);
-    if (!header.empty() && !isSameWav(header, wavHeader(layout, 0))) {
+    const std::string header = readHeader(candidate.get(), largestWavHeader);
+    const std::optional<WavContent> content = readWav(header, size);
+    // A device that was configured and played nothing leaves a header only.
+    const bool isEmpty = header.empty() || (content && content->dataSize == 0);
+    if (!isEmpty && !isSameWav(header.substr(0, headerSize), wavHeader(layout, 0))) {
         return false;
     }
-    const std::optional<WavContent> content = readWav(header, size);
+    if (isEmpty && ::ftruncate(candidate.get(), 0) != 0) {
+        return false;
+    }
     dataSize = content ? content->dataSize : 0;
     file = std::move(candidate);
     return true;

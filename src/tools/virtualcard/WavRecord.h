@@ -8,8 +8,9 @@
 #include <string>
 
 /// The WAV file that a card records to. Existing content is preserved: the same layout is appended,
-/// another one goes to a further file ("name-2.wav", "name-3.wav", …). The file contains samples as
-/// soon as they are played; its header states their size after each finish().
+/// another one goes to a further file ("name-2.wav", "name-3.wav", …). A file without samples is
+/// used for any layout. The file contains samples as soon as they are played; its header states
+/// their size after each finish().
 class WavRecord
 {
 public:
