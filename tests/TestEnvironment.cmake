@@ -5,6 +5,7 @@ if(KOVA_SANITIZER STREQUAL "asan")
     # GLib's slices would hide small blocks from the sanitizer.
     list(APPEND KOVA_TEST_ENVIRONMENT
         "ASAN_OPTIONS=detect_leaks=1:strict_string_checks=1:detect_stack_use_after_return=1"
+        "LSAN_OPTIONS=suppressions=${CMAKE_CURRENT_LIST_DIR}/lsan.supp:print_suppressions=0"
         "UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1"
         "G_SLICE=always-malloc")
 elseif(KOVA_SANITIZER STREQUAL "tsan")
