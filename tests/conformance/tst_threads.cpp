@@ -240,7 +240,7 @@ void TestThreads::movedPlayerReportsInItsThread()
     const bool fails = outcome.startsWith("error");
     const media::Pcm sound = media::noise(12000);
     const bool isStopped = outcome.startsWith("stopped");
-    const VirtualCard card("card", isStopped ? Card::standingStill() : Card());
+    const VirtualCard card("card", isStopped ? Card::stalled() : Card());
     const Item item(sound);
     SimplePlayer* const player =
         source->makePlayer(item, "token", fails ? "no_such_device" : card.device(), nullptr);

@@ -105,7 +105,7 @@ static PipeWriter::Manner killedAfter(int written, int chunk)
 {
     PipeWriter::Manner manner;
     manner.chunk = chunk;
-    manner.death = written;
+    manner.killedAfter = written;
     return manner;
 }
 

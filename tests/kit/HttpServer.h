@@ -90,7 +90,7 @@ private:
 /// The beginning of a complete answer: a status line and headers for so many bytes.
 QByteArray httpHeaders(int bodySize);
 
-/// A TCP port of loopback that refuses connections while this object lives.
+/// A TCP port of loopback that refuses connections while this object exists.
 class RefusingPort
 {
 public:

@@ -25,7 +25,7 @@ PipeWriter::PipeWriter(const QString& fifo, const QByteArray& bytes, const Manne
                    QString::number(manner.first > 0 ? manner.first : manner.chunk),
                    QString::number(manner.chunk), QString::number(manner.pauseMs),
                    QString::number(manner.times), QString::number(manner.header),
-                   QString::number(manner.silence), QString::number(manner.death)});
+                   QString::number(manner.silence), QString::number(manner.killedAfter)});
     if (!process.waitForStarted(timeoutMs)) {
         qFatal("PipeWriter: %s", qPrintable(process.errorString()));
     }

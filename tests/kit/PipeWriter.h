@@ -20,7 +20,7 @@ public:
         int times = 1;         ///< how often the bytes are written, one time after another
         int header = 0;        ///< how many of them, the first ones, are written only once
         int silence = 0;       ///< zero bytes after them
-        int death = -1;        ///< kills itself when so many bytes are written; never when negative
+        int killedAfter = -1;  ///< kills itself when so many bytes are written; never when negative
     };
 
     /// A write of so many bytes at most goes into a FIFO as a whole or not at all.

@@ -20,16 +20,16 @@
 namespace {
 
 /// The cards that ALSA knows now, by name, each with its part of the configuration.
-struct LivingCards
+struct ExistingCards
 {
     std::mutex mutex;
     QMap<QString, QByteArray> configurations; ///< guarded by mutex
     int version = 0;                          ///< guarded by mutex
 };
 
-LivingCards& livingCards()
+ExistingCards& existingCards()
 {
-    static LivingCards cards;
+    static ExistingCards cards;
     return cards;
 }
 
@@ -95,7 +95,7 @@ static QByteArray configuration(const QStringList& arguments)
 }
 
 /// Writes the configuration of all existing cards. The mutex of `cards` is held.
-static void writeConfiguration(LivingCards& cards)
+static void writeConfiguration(ExistingCards& cards)
 {
     const QString path = TestProcess::path(QStringLiteral("asound.conf"));
     QSaveFile file(path);
@@ -147,7 +147,7 @@ VirtualCard::Settings VirtualCard::Settings::stallingAfter(qint64 frames)
     return settings;
 }
 
-VirtualCard::Settings VirtualCard::Settings::standingStill()
+VirtualCard::Settings VirtualCard::Settings::stalled()
 {
     return stallingAfter(4800);
 }
@@ -155,7 +155,7 @@ VirtualCard::Settings VirtualCard::Settings::standingStill()
 VirtualCard::VirtualCard(const QString& cardName, const Settings& settings) : name(cardName)
 {
     static const QRegularExpression allowed(QStringLiteral("^[A-Za-z0-9_-]+$"));
-    LivingCards& cards = livingCards();
+    ExistingCards& cards = existingCards();
     const std::lock_guard<std::mutex> guard(cards.mutex);
     if (!allowed.match(name).hasMatch() || cards.configurations.contains(name)) {
         qFatal("VirtualCard: \"%s\" is no name for a new card", qPrintable(name));
@@ -175,7 +175,7 @@ VirtualCard::VirtualCard(const QString& cardName) : VirtualCard(cardName, Settin
 
 VirtualCard::~VirtualCard()
 {
-    LivingCards& cards = livingCards();
+    ExistingCards& cards = existingCards();
     const std::lock_guard<std::mutex> guard(cards.mutex);
     cards.configurations.remove(name);
     writeConfiguration(cards);

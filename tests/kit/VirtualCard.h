@@ -40,7 +40,7 @@ public:
         /// A card that stalls after so many frames.
         static Settings stallingAfter(qint64 frames);
         /// A card that stalls after a tenth of a second at 48 kHz, so that longer items do not end.
-        static Settings standingStill();
+        static Settings stalled();
     };
 
     /// An event of the card.

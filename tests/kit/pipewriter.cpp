@@ -99,8 +99,8 @@ static unsigned long number(const char* text)
 int main(int argc, char** argv)
 {
     if (argc != 10) {
-        std::cerr
-            << "usage: pipewriter FIFO FILE FIRST CHUNK PAUSE_MS TIMES HEADER SILENCE DEATH\n";
+        std::cerr << "usage: pipewriter FIFO FILE FIRST CHUNK PAUSE_MS TIMES HEADER SILENCE "
+                     "KILLED_AFTER\n";
         return EXIT_FAILURE;
     }
     static_cast<void>(std::signal(SIGPIPE, SIG_IGN)); // without a reader, write() fails

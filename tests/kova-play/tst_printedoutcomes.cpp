@@ -57,13 +57,13 @@ void TestPrintedOutcomes::deviceIsFreeBeforeTheNextItemBegins()
     const VirtualCard card("card");
     Program program({"--device", card.device(), one, two});
     QCOMPARE(program.finish(), 0);
-    QStringList life;
+    QStringList events;
     for (const QString& event : card.eventNames()) {
         if (event == "open" || event == "close") {
-            life << event;
+            events << event;
         }
     }
-    QCOMPARE(life, QStringList({"open", "close", "open", "close"}));
+    QCOMPARE(events, QStringList({"open", "close", "open", "close"}));
 }
 
 void TestPrintedOutcomes::itemsPlayAtOnce()

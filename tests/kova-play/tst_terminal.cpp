@@ -255,7 +255,7 @@ void TestTerminal::liveLineShowsMissingData()
 
 void TestTerminal::liveLineShowsStalledCard()
 {
-    const VirtualCard card("card", VirtualCard::Settings::standingStill());
+    const VirtualCard card("card", VirtualCard::Settings::stalled());
     media::writeWav("long.wav", media::noise(480000)); // more than the buffers hold
     TerminalProgram program({"-d", card.device(), "long.wav"}, 200);
     program.begin();

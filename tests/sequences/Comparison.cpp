@@ -38,7 +38,7 @@ void Environment::makeInert()
 void Environment::makeReal()
 {
 #ifdef HAVE_VIRTUAL_CARD
-    card = std::make_unique<VirtualCard>("card", VirtualCard::Settings::standingStill());
+    card = std::make_unique<VirtualCard>("card", VirtualCard::Settings::stalled());
     trackGstObjects();
     playerSettings.realElements = true;
     playerSettings.device = card->device();

@@ -6,7 +6,7 @@
 #include <gst/gst.h>
 
 /// Whether sound really comes out of the players of this process. It looks at the last sound sink
-/// that was made, as all players have one. At most one object of this class lives.
+/// that was made, as all players have one. At most one object of this class exists.
 class Flow
 {
 public:

@@ -11,7 +11,7 @@
 
 class Console;
 
-/// Observes what GStreamer itself logs while this object lives. There is at most one, made before
+/// Observes what GStreamer itself logs while this object exists. There is at most one, made before
 /// GStreamer is initialised. All functions may be called from any thread.
 class GstLog
 {

@@ -3,7 +3,7 @@
 
 class Console;
 
-/// Where the log of the library goes while this object lives: to the console, or nowhere.
+/// Where the log of the library goes while this object exists: to the console, or nowhere.
 class LogOutput
 {
 public:

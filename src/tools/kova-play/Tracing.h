@@ -39,7 +39,7 @@ public:
     PipelineTrace(const PipelineTrace&) = delete;
     PipelineTrace& operator=(const PipelineTrace&) = delete;
 
-    /// Observes the pipelines that are set in motion by this thread while this object lives.
+    /// Observes the pipelines that are set in motion by this thread while this object exists.
     class Scope
     {
     public:
