@@ -220,8 +220,15 @@ static QStringList playMoved(SimplePlayer* player, const Item& item, const QStri
     for (const auto signal : {&SimplePlayer::playbackEnded, &SimplePlayer::playbackStopped}) {
         QObject::connect(player, signal, player, note, Qt::DirectConnection);
     }
-    QObject::connect(player, &SimplePlayer::playbackErrorReported, player, note,
-                     Qt::DirectConnection);
+    QObject::connect(
+        player, &SimplePlayer::playbackErrorReported, player,
+        [&note](const QString& token, const QString& reason) {
+            // Refused data is reported on the thread that wanted it.
+            if (!Outcomes::isRefusal(QStringLiteral("error %1: %2").arg(token, reason))) {
+                note();
+            }
+        },
+        Qt::DirectConnection);
     const bool started = player->startPlayback();
     if (started && !fifo.isEmpty()) {
         FifoWriter(fifo).write(item.bytes);
