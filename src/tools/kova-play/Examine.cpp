@@ -109,8 +109,10 @@ void Decoding::onElement(GstBin* /*pipeline*/, GstBin* /*bin*/, GstElement* elem
                          gpointer decoding)
 {
     GstElementFactory* factory = gst_element_get_factory(element);
-    const gchar* kind =
-        factory ? gst_element_factory_get_metadata(factory, GST_ELEMENT_METADATA_KLASS) : "";
+    if (!factory) {
+        return;
+    }
+    const gchar* kind = gst_element_factory_get_metadata(factory, GST_ELEMENT_METADATA_KLASS);
     for (const char* shown : {"Source/", "Demux", "Parser", "Decoder/"}) {
         if (strstr(kind, shown) && !GST_IS_BIN(element)) {
             static_cast<Decoding*>(decoding)->elements

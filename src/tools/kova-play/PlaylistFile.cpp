@@ -83,7 +83,7 @@ QString problemOf(GstElement* pipeline)
 /// Loads a file of the web. @return why that failed; empty when it did not
 QString load(const QString& uri, const QString& file)
 {
-    if (const QString problem = elements::initialise(); !problem.isEmpty()) {
+    if (QString problem = elements::initialise(); !problem.isEmpty()) {
         return problem;
     }
     GstElement* source =
