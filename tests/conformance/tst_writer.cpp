@@ -448,7 +448,7 @@ static void unblock(bool isStopped)
         player.probe.player.reset();
     }
     QVERIFY(!hasReader(reader.fifo()));
-    QVERIFY(!player.writer->waitForFinished()); // its reader is gone
+    QVERIFY(!player.writer->waitForFinished()); // its reader has closed
     QVERIFY(!player.writer->isRunning());
     const QStringList outcomes = isStopped ? player.finish() : player.probe.destroy();
     QVERIFY2(outcome.isEmpty() ? outcomes == (isStopped ? stopped() : QStringList())

@@ -120,7 +120,7 @@ QStringList pluginsOfAllFormats();
 /// has no writer.
 void blockAtDevice(Program& program);
 
-/// Sends SIGINT again and again until the program is gone: a single one would be handled by its
+/// Sends SIGINT again and again until the program ends: a single one would be handled by its
 /// event loop, which does not turn.
 int interruptRepeatedly(Program& program);
 

@@ -199,7 +199,7 @@ protected:
 };
 
 /// Writes bytes into a FIFO from a thread of its own, in pieces, until everything is written or the
-/// reader is gone, and closes it.
+/// reader has closed its end; then closes the FIFO.
 class ThreadWriter
 {
 public:

@@ -22,10 +22,10 @@ public:
     /// SIGTSTP is out of the way meanwhile.
     void suspendProcess();
 
-    /// Whether a SIGINT came that was handled. Also valid when the object is gone.
+    /// Whether a SIGINT came that was handled. Also valid after the destruction of the object.
     static bool wasInterrupted();
     /// Ends the process by SIGINT, so that a shell also ends the loop or list that it runs.
-    /// After the object is gone only.
+    /// Only after the destruction of the object.
     [[noreturn]] static void dieOfInterrupt();
 
 Q_SIGNALS:
