@@ -37,10 +37,12 @@ GstLog::GstLog(bool showsWarnings, bool observesPlugins, Console& output)
     if (!printsWarnings && !observesPlugins) {
         return; // the log stays switched off
     }
+    // The names are in parentheses because GStreamer's macros of the same names compare a function
+    // with a `void*`, which clang refuses.
     if (!qEnvironmentVariableIsSet("GST_DEBUG")) {
-        gst_debug_remove_log_function(gst_debug_log_default);
+        (gst_debug_remove_log_function)(nullptr); // the default one
     }
-    gst_debug_add_log_function(receive, this, nullptr);
+    (gst_debug_add_log_function)(receive, this, nullptr);
     gst_debug_set_active(TRUE);
     if (printsWarnings) {
         gst_debug_set_default_threshold(GST_LEVEL_WARNING);
@@ -53,7 +55,7 @@ GstLog::GstLog(bool showsWarnings, bool observesPlugins, Console& output)
 
 GstLog::~GstLog()
 {
-    gst_debug_remove_log_function(receive);
+    (gst_debug_remove_log_function)(receive);
 }
 
 GstLog::Registry GstLog::registry() const
