@@ -386,10 +386,10 @@ void TestWriter::pausedPlayerMakesTheWriterWait()
     QVERIFY(reader->startPlayback());
     QCOMPARE(reader.player.finish(), ended());
     QVERIFY(writer.waitForFinished());
-    // On a busy machine the sink may resume with a period of silence instead of sound.
+    // On a busy machine the sink may resume with silence instead of what was in its buffer.
     const int missing = missingBytes(pieces(reader.card.samples()), sound.samples);
-    const int period = buffer / 20 * sound.frameSize();
-    QVERIFY2(missing >= 0 && missing <= 2 * period, qPrintable(QString::number(missing)));
+    QVERIFY2(missing >= 0 && missing <= buffer * sound.frameSize(),
+             qPrintable(QString::number(missing)));
 }
 
 namespace {
