@@ -56,24 +56,43 @@ debian_release() {
     (. /etc/os-release && printf '%s\n' "${VERSION_CODENAME:?}")
 }
 
-# The archive of this machine's release, as lines for sources.list. Updates are omitted, because the
-# packages of the release itself are consistent whatever the state of a mirror is.
+# debian_archive SUITE: the archive of this machine with another suite, as lines for sources.list. Updates
+# are omitted, because the packages of the release itself are consistent whatever the state of a mirror
+# is.
 debian_archive() {
     local lines
-    lines=$(known_archive)
+    lines=$(known_archive "$1")
     if [ -z "$lines" ]; then
         as_root apt-get update -qq >&2 || true
-        lines=$(known_archive)
+        lines=$(known_archive "$1")
     fi
     [ -n "$lines" ] || die "apt-get knows no Debian archive of $(debian_release); check the network"
     printf '%s\n' "$lines"
 }
 
-# The archives whose package lists apt-get has.
+# The archives whose package lists apt-get has, with another suite.
 known_archive() {
     # shellcheck disable=SC2016  # the fields are for apt-get
-    apt-get indextargets --format 'deb $(REPO_URI) $(RELEASE) $(COMPONENT)' "Origin: Debian" \
+    apt-get indextargets --format "deb \$(REPO_URI) $1 \$(COMPONENT)" "Origin: Debian" \
         "Codename: $(debian_release)" "Component: main" "Identifier: Packages" | sort -u
+}
+
+# make_debian SUITE TARGET MMDEBSTRAP-OPTION…: unpacks a Debian system into a folder or packs it into a
+# file. Prints why it could not.
+make_debian() {
+    local suite="$1" target="$2" archive log become=()
+    shift 2
+    [[ " $* " != *" --mode=root "* ]] || become=(as_root)
+    # A mirror of sid may be older than the lists of sid are valid.
+    [ "$suite" != sid ] || set -- --aptopt='Acquire::Check-Valid-Until "false"' "$@"
+    archive=$(debian_archive "$suite") || return
+    log=$(mktemp)
+    "${become[@]}" mmdebstrap "$@" "$suite" "$target" - <<<"$archive" >"$log" 2>&1 || {
+        say "the system of $suite cannot be made: $(grep -m 1 '^E: ' "$log" || tail -n 1 "$log")"
+        rm -f "$log"
+        return 1
+    }
+    rm -f "$log"
 }
 
 # Installs missing packages. Prints nothing if none is missing.
