@@ -40,6 +40,7 @@ docs/cookbook
 docs/outcomes
 docs/limitations
 docs/porting
+docs/releases
 docs/log-reference
 ```
 ```{toctree}
