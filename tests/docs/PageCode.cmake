@@ -30,8 +30,14 @@ function(_kova_compile_block target block)
     set(folder ${CMAKE_CURRENT_BINARY_DIR}/${target})
     # A test includes example.moc.
     set(source ${folder}/example.cpp)
-    # Writes the file only if it has changed.
-    file(CONFIGURE OUTPUT ${source} CONTENT "${block}" @ONLY)
+    # Writes the file only if it has changed. file(CONFIGURE) of CMake 3.18 refuses a "<".
+    set(written "")
+    if(EXISTS ${source})
+        file(READ ${source} written)
+    endif()
+    if(NOT written STREQUAL block)
+        file(WRITE ${source} "${block}")
+    endif()
     if(block MATCHES "int main\\(")
         add_executable(${target} ${source})
     else()

@@ -149,8 +149,8 @@ void TestNames::charactersOfFileNames_data()
     QTest::addColumn<QString>("name");
     QTest::addColumn<QString>("outcome");
 
-    const auto row = [](const char* what, const char* name, const char* outcome) {
-        QTest::newRow(what) << QString::fromUtf8(name) << QString::fromLatin1(outcome);
+    const auto row = [](const char* what, const char* name, const QString& outcome) {
+        QTest::newRow(what) << QString::fromUtf8(name) << outcome;
     };
     const char* const plays = "ended token";
     row("blank", "a b.wav", plays);
@@ -167,7 +167,10 @@ void TestNames::charactersOfFileNames_data()
     row("line break", "a\nb.wav", plays);
     row("no suffix", "a", plays);
     row("hash", "a#b.wav", notFound);
-    row("hash first", "#.wav", notOpened);
+    row("hash first", "#.wav",
+        dropsQueryAndFragment()
+            ? "error token: \"" + TestProcess::path("characters hash first/") + "\" is a directory."
+            : QString(notOpened));
     row("percent and two digits", "a%20b.wav", notFound);
     row("percent and UTF-8", "%C3%A4.wav", notFound);
     row("bare percent", "100%.wav", notOpened);

@@ -105,11 +105,25 @@ void TestBusWatch::errorWithoutTextIsUnknown_data()
     QTest::newRow("no error at all") << false << false;
 }
 
+/// Ignores GLib's refusal to copy an error without a text. @return a handler of the log
+static guint ignoreRefusedCopies()
+{
+    const auto handle = [](const gchar* domain, GLogLevelFlags level, const gchar* message,
+                           gpointer) {
+        if (!QByteArray(message).contains("error->message != NULL")) {
+            qFatal("%s %d: %s", domain, level, message);
+        }
+    };
+    return g_log_set_handler("GLib", G_LOG_LEVEL_CRITICAL, handle, nullptr);
+}
+
 void TestBusWatch::errorWithoutTextIsUnknown()
 {
     QFETCH(bool, hasError);
     QFETCH(bool, hasText);
-    // GLib refuses to make such errors, but an element can still post one.
+    // GLib refuses to make such errors, but an element can still post one. Later versions of GLib
+    // also refuse to copy one without a text, with a critical.
+    const guint critical = hasError && !hasText ? ignoreRefusedCopies() : 0;
     GError* error = nullptr;
     if (hasError) {
         error = g_error_new_literal(GST_STREAM_ERROR, GST_STREAM_ERROR_FAILED, "");
@@ -124,6 +138,9 @@ void TestBusWatch::errorWithoutTextIsUnknown()
     g_value_take_boxed(&value, error);
     gst_structure_take_value(details, "gerror", &value);
     handle(gst_message_new_custom(GST_MESSAGE_ERROR, pipeline(), details));
+    if (critical != 0) {
+        g_log_remove_handler("GLib", critical);
+    }
     QCOMPARE(log->texts("ERROR"), QStringList{"GStreamer error received: Unknown error token: T"});
     QCoreApplication::processEvents();
     QCOMPARE(outcomes->all, QStringList{"error T: Unknown error"});
