@@ -25,7 +25,7 @@ smartquotes = False  # texts of reasons are quoted exactly
 
 html_theme = "furo"
 html_extra_path = [os.environ["KOVA_PICTURES"]]
-html_copy_source = html_show_sourcelink = False
+html_copy_source = html_show_sourcelink = html_use_index = False
 html_additional_pages = {"index": "front.html"}
 templates_path = [str(TREE / "docs" / "site")]
 
