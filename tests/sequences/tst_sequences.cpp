@@ -43,7 +43,7 @@ Extent extent(bool realElements)
     if (realElements) {
         return isLongRun() ? Extent{4, 0, 30} : isSlowBuild() ? Extent{2, 0, 1} : Extent{3, 0, 3};
     }
-    return isLongRun() ? Extent{6, 5, 10000} : isSlowBuild() ? Extent{4, 3, 50} : Extent{0, 4, 300};
+    return isLongRun() ? Extent{6, 5, 10000} : isSlowBuild() ? Extent{3, 2, 20} : Extent{0, 4, 300};
 }
 
 QTextStream& out()
