@@ -49,7 +49,7 @@ TestProcess::TestProcess()
     if (!folder.isValid()) {
         qFatal("no temporary folder: %s", qPrintable(folder.errorString()));
     }
-    qputenv("LC_ALL", "C");
+    qputenv("LC_ALL", qEnvironmentVariable("KOVA_TEST_LOCALE", "C").toLatin1());
     qputenv("GST_REGISTRY", path(QStringLiteral("registry.bin")).toLocal8Bit());
     qputenv("XDG_CACHE_HOME", path(QStringLiteral("cache")).toLocal8Bit());
     for (const char* name : {"GST_DEBUG", "GST_DEBUG_DUMP_DOT_DIR", "http_proxy", "https_proxy"}) {

@@ -8,6 +8,7 @@
 #include <QtCore/QRegularExpression>
 #include <QtTest/QtTest>
 
+#include <algorithm>
 #include <array>
 #include <csignal>
 #include <cstdlib>
@@ -20,6 +21,17 @@
 QString kovaPlay()
 {
     return TestProcess::startable(QStringLiteral(KOVA_PLAY));
+}
+
+bool isAscii(const QByteArray& text)
+{
+    return std::all_of(text.begin(), text.end(),
+                       [](char byte) { return static_cast<unsigned char>(byte) < 0x80; });
+}
+
+bool localeIsC()
+{
+    return qgetenv("LC_ALL") == "C";
 }
 
 Program::Program(const QStringList& arguments)
@@ -56,6 +68,10 @@ int Program::finish()
     }
     if (!waitFor([this] { return state() == NotRunning; })) {
         return -1000;
+    }
+    if (localeIsC() && !isAscii(printed())) {
+        QTest::qFail("not ASCII: " + printed().toPercentEncoding(" /:'\"", "\n"), __FILE__,
+                     __LINE__);
     }
     return exitStatus() == NormalExit ? exitCode() : -exitCode();
 }

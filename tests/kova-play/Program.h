@@ -12,6 +12,11 @@
 /// What starts the program.
 QString kovaPlay();
 
+bool isAscii(const QByteArray& text);
+
+/// Whether the tests run in the C locale. Some of them run a second time, in one that has UTF-8.
+bool localeIsC();
+
 /// The program with plain input and output.
 class Program : public ChildProcess
 {
@@ -22,7 +27,8 @@ public:
 
     void begin();
 
-    /// Starts the program if needed and waits for its end.
+    /// Starts the program if needed and waits for its end. The test fails if the program has
+    /// printed anything but ASCII in the C locale.
     /// @return its exit status, or the negative number of the signal that ended it
     int finish();
 
@@ -33,6 +39,9 @@ public:
 
 protected:
     void setupChildProcess() override;
+
+    /// All that the program has printed.
+    virtual QByteArray printed() { return out + err; }
 
 private:
     bool begun = false;
@@ -73,6 +82,8 @@ public:
 
 protected:
     void setupChildProcess() override;
+
+    QByteArray printed() override { return screen(); }
 
 private:
     termios mode() const;

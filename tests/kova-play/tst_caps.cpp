@@ -61,13 +61,10 @@ void TestCaps::wrongFieldIsNamedBeforeAnythingPlays()
 {
     QFETCH(QString, caps);
     QFETCH(QByteArray, message);
-    for (const char* locale : {"C", "C.UTF-8"}) {
-        Program program({"-d", "null", "--caps", caps, "--pipe", "p", "one.wav"});
-        program.set("LC_ALL", locale);
-        QCOMPARE(program.finish(), 2);
-        QCOMPARE(program.out, QByteArray());
-        QVERIFY2(program.err.contains(message), program.err);
-    }
+    Program program({"-d", "null", "--caps", caps, "--pipe", "p", "one.wav"});
+    QCOMPARE(program.finish(), 2);
+    QCOMPARE(program.out, QByteArray());
+    QVERIFY2(program.err.contains(message), program.err);
 }
 
 void TestCaps::rightCapsAreAccepted_data()

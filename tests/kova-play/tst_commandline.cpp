@@ -64,9 +64,7 @@ void TestCommandLine::helpIsAscii()
     Program program({"--help"});
     QCOMPARE(program.finish(), 0);
     QVERIFY(program.out.startsWith("Usage: kova-play [options] ITEM"));
-    for (const char byte : program.out) {
-        QVERIFY(static_cast<unsigned char>(byte) < 0x80);
-    }
+    QVERIFY(isAscii(program.out));
     QCOMPARE(program.err, QByteArray());
 }
 

@@ -47,14 +47,11 @@ void TestExpansion::playlistIsItsEntries()
     QFETCH(QString, name);
     QFETCH(QByteArray, text);
     media::writeFile(name, text);
-    for (const char* locale : {"C", "C.UTF-8"}) {
-        Program program({"--fake", "first", name, "last"});
-        program.set("LC_ALL", locale);
-        QCOMPARE(program.finish(), 0);
-        QCOMPARE(program.out, QByteArray("stopped first\nstopped a b.wav\nstopped c#1.wav\n"
-                                         "stopped d.ogg\nstopped last\n"));
-        QCOMPARE(program.err, QByteArray());
-    }
+    Program program({"--fake", "first", name, "last"});
+    QCOMPARE(program.finish(), 0);
+    QCOMPARE(program.out, QByteArray("stopped first\nstopped a b.wav\nstopped c#1.wav\n"
+                                     "stopped d.ogg\nstopped last\n"));
+    QCOMPARE(program.err, QByteArray());
 }
 
 void TestExpansion::entriesCountFromTheFolderOfThePlaylist()
@@ -116,12 +113,9 @@ void TestExpansion::playlistWithoutEntriesFails()
     media::writeFile("empty.m3u", "#EXTM3U\n");
     media::writeFile("other.pls", "This is no playlist.\n");
     media::writeFile("itself.m3u", "itself.m3u\n");
-    for (const char* locale : {"C", "C.UTF-8"}) {
-        Program program({"-d", "null", item});
-        program.set("LC_ALL", locale);
-        QCOMPARE(program.finish(), 1);
-        QCOMPARE(program.out, out);
-    }
+    Program program({"-d", "null", item});
+    QCOMPARE(program.finish(), 1);
+    QCOMPARE(program.out, out);
 }
 
 void TestExpansion::folderIsItsAudioFilesInNaturalOrder()

@@ -39,17 +39,14 @@ void TestLoop::loopOnCardThatCanPauseIsAnnounced()
     QFETCH(QByteArray, message);
     VirtualCard::Settings settings;
     settings.canPause = canPause;
-    for (const char* locale : {"C", "C.UTF-8"}) {
-        const VirtualCard card("card", settings);
-        Program program({"-d", card.device(), option, one});
-        program.set("LC_ALL", locale);
-        program.begin();
-        QVERIFY(card.waitForFrames(1));
-        program.send(SIGTERM);
-        QCOMPARE(program.finish(), 0);
-        QCOMPARE(program.out, QByteArray("stopped one.wav\n"));
-        QCOMPARE(program.err, message);
-    }
+    const VirtualCard card("card", settings);
+    Program program({"-d", card.device(), option, one});
+    program.begin();
+    QVERIFY(card.waitForFrames(1));
+    program.send(SIGTERM);
+    QCOMPARE(program.finish(), 0);
+    QCOMPARE(program.out, QByteArray("stopped one.wav\n"));
+    QCOMPARE(program.err, message);
 }
 
 void TestLoop::newPlayersPlayEachPassWhole()

@@ -115,18 +115,9 @@ void TestMissing::verboseShowsWarningsOfGStreamer()
     VirtualCard::Settings settings;
     settings.refuse = "open";
     const VirtualCard refusing("refusing", settings);
-    for (const char* locale : {"C", "C.UTF-8"}) {
-        Program program({"-v", "-d", refusing.device(), "one.wav"});
-        program.set("LC_ALL", locale);
-        QCOMPARE(program.finish(), 1);
-        const int line = program.err.indexOf("gstreamer.alsa");
-        QVERIFY2(line >= 0, program.err);
-        if (QByteArray(locale) == "C") {
-            for (const char byte : program.err) {
-                QVERIFY2(static_cast<unsigned char>(byte) < 0x80, program.err);
-            }
-        }
-    }
+    Program program({"-v", "-d", refusing.device(), "one.wav"});
+    QCOMPARE(program.finish(), 1);
+    QVERIFY2(program.err.contains("gstreamer.alsa"), program.err);
     Program quiet({"-d", card.device(), "one.wav"});
     QCOMPARE(quiet.finish(), 0);
     QCOMPARE(quiet.err, QByteArray());

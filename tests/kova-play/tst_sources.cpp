@@ -114,14 +114,11 @@ void TestSources::inputThatIsTooLargeFails()
     QFETCH(QByteArray, hint);
     const QString path = media::writeFile("large.wav", "");
     QVERIFY(QFile::resize(path, size)); // without blocks on the disk
-    for (const char* locale : {"C", "C.UTF-8"}) {
-        Program program({"-d", "null", "--data", name});
-        program.setStandardInputFile(path);
-        program.set("LC_ALL", locale);
-        QCOMPARE(program.finish(), 1);
-        QCOMPARE(program.out, out);
-        QCOMPARE(program.err, hint);
-    }
+    Program program({"-d", "null", "--data", name});
+    program.setStandardInputFile(path);
+    QCOMPARE(program.finish(), 1);
+    QCOMPARE(program.out, out);
+    QCOMPARE(program.err, hint);
     QVERIFY(QFile::remove(path));
 }
 

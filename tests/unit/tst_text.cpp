@@ -1,10 +1,10 @@
+#include "kit/Latin1Locale.h"
 #include "kit/TestMain.h"
 #include "kit/TestProcess.h"
 
 #include <tools/kova-play/Files.h>
 #include <tools/kova-play/Text.h>
 
-#include <QtCore/QTextCodec>
 #include <QtTest/QtTest>
 
 #include <clocale>
@@ -92,14 +92,17 @@ void TestText::longLineIsCut()
 void TestText::quotesBecomeThoseOfTheLocale()
 {
     const QString quotes = QString::fromUtf8("\u201ca\u201d \u2018b\u2019 \u2013 \u2026");
-    QTextCodec* const former = QTextCodec::codecForLocale();
-    QTextCodec::setCodecForLocale(QTextCodec::codecForName("US-ASCII"));
-    const QByteArray ascii = text::encoded(quotes);
-    QTextCodec::setCodecForLocale(QTextCodec::codecForName("UTF-8"));
-    const QByteArray utf8 = text::encoded(quotes);
-    QTextCodec::setCodecForLocale(former);
-    QCOMPARE(ascii, QByteArray("\"a\" 'b' - ..."));
-    QCOMPARE(utf8, quotes.toUtf8());
+    QByteArray latin1;
+    {
+        const Latin1Locale locale;
+        latin1 = text::encoded(quotes);
+    }
+    QVERIFY(std::setlocale(LC_CTYPE, "C"));
+    const QByteArray ascii = text::encoded(quotes + QString::fromUtf8(" \u00fc\u6f22"));
+    QVERIFY(std::setlocale(LC_CTYPE, "C.UTF-8"));
+    QCOMPARE(latin1, QByteArray("\"a\" 'b' - ..."));
+    QCOMPARE(ascii, QByteArray("\"a\" 'b' - ... ??"));
+    QCOMPARE(text::encoded(quotes), quotes.toUtf8());
 }
 
 void TestText::clockHasHoursWhenNeeded_data()

@@ -32,11 +32,6 @@ void Console::printMessage(const QString& line)
     write(stderr, "kova-play: " + text::encoded(text::oneLine(line)) + '\n');
 }
 
-void Console::printLog(const std::string& lines)
-{
-    write(stderr, QByteArray::fromStdString(lines));
-}
-
 void Console::printLogLine(const QString& line)
 {
     write(stderr, text::encoded(text::oneLine(line)) + '\n');

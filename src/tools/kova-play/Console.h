@@ -4,7 +4,6 @@
 #include <QtCore/QString>
 
 #include <mutex>
-#include <string>
 
 /// The only writer on standard output and standard error, so that whole lines and the live line
 /// never run into each other. May be called from any thread.
@@ -17,8 +16,6 @@ public:
     void printText(const QString& lines);
     /// Writes a message to the user, one line on standard error, after the program's name.
     void printMessage(const QString& line);
-    /// Writes finished log lines on standard error.
-    void printLog(const std::string& lines);
     /// Writes one log line on standard error, in the encoding of the user.
     void printLogLine(const QString& line);
 

@@ -12,13 +12,13 @@
 
 namespace {
 
-/// Hands the lines to the console, which knows of the live line.
+/// Hands the lines to the console, which knows of the live line and the user's encoding.
 class ConsoleAppender : public log4cplus::Appender
 {
 public:
     explicit ConsoleAppender(Console& receiver) : console(receiver)
     {
-        setLayout(std::make_unique<log4cplus::PatternLayout>("%D{%H:%M:%S.%q} %-5p %c: %m%n"));
+        setLayout(std::make_unique<log4cplus::PatternLayout>("%D{%H:%M:%S.%q} %-5p %c: %m"));
     }
 
     ~ConsoleAppender() override { destructorImpl(); }
@@ -28,9 +28,9 @@ public:
 protected:
     void append(const log4cplus::spi::InternalLoggingEvent& event) override
     {
-        std::ostringstream lines;
-        layout->formatAndAppend(lines, event);
-        console.printLog(lines.str());
+        std::ostringstream line;
+        layout->formatAndAppend(line, event);
+        console.printLogLine(QString::fromStdString(line.str()));
     }
 
 private:

@@ -10,6 +10,8 @@
 #include <cwchar>
 #include <utility>
 
+#include <langinfo.h>
+
 namespace {
 
 /// Characters that the locale does not know are taken for narrow ones.
@@ -33,6 +35,13 @@ QString cut(const QString& line, int maximum)
     return result;
 }
 
+/// Whether the locale has no characters but those of ASCII, as C has. Qt takes its encoding for
+/// UTF-8, because names of files have that mostly.
+bool localeIsAscii()
+{
+    return qstrcmp(nl_langinfo(CODESET), "ANSI_X3.4-1968") == 0;
+}
+
 } // namespace
 
 QString text::oneLine(const QString& any)
@@ -54,7 +63,8 @@ QString text::oneLine(const QString& any)
 
 QByteArray text::encoded(const QString& any)
 {
-    if (QTextCodec::codecForLocale()->canEncode(any)) {
+    const bool ascii = localeIsAscii();
+    if (!ascii && QTextCodec::codecForLocale()->canEncode(any)) {
         return any.toLocal8Bit();
     }
     QString plain = any;
@@ -62,6 +72,10 @@ QByteArray text::encoded(const QString& any)
     plain.replace(QRegularExpression("[\u201c\u201d]"), "\"");
     plain.replace(QRegularExpression("[\u2013\u2014]"), "-");
     plain.replace(QChar(0x2026), "...");
+    if (ascii) {
+        const auto isForeign = [](QChar character) { return character.unicode() > 0x7f; };
+        std::replace_if(plain.begin(), plain.end(), isForeign, QLatin1Char('?'));
+    }
     return plain.toLocal8Bit();
 }
 

@@ -14,7 +14,7 @@ namespace text {
 QString oneLine(const QString& any);
 
 /// A text in the encoding of the user. Quotation marks, dashes and dots that it does not have are
-/// replaced by those of ASCII.
+/// replaced by those of ASCII, and other characters by question marks.
 QByteArray encoded(const QString& any);
 
 /// How many columns of a terminal a line takes.
