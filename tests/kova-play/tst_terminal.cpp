@@ -20,6 +20,7 @@ class TestTerminal : public ProgramTest
 private Q_SLOTS:
     void keysPauseResumeStopAndQuit();
     void pauseReachesTheDevice();
+    void liveLineGoesBeforeTheOutcome();
     void clockStandsWhilePaused();
     void functionKeysDoNothing();
     void liveLineFitsTerminal();
@@ -81,6 +82,23 @@ void TestTerminal::pauseReachesTheDevice()
     program.type("q");
     QCOMPARE(program.finish(), 0);
     QVERIFY(program.waitForText("stopped long.wav\r\n"));
+}
+
+void TestTerminal::liveLineGoesBeforeTheOutcome()
+{
+    TerminalProgram program({"--fake", "--loop", "a", "b"});
+    program.begin();
+    QVERIFY(program.waitForText("[1/2] a  playing"));
+    program.type("s");
+    QVERIFY(program.waitForText("[2/2] b  playing"));
+    program.type("q");
+    QCOMPARE(program.finish(), 0);
+    const QByteArray screen = program.screen();
+    for (const char* item : {"a", "b"}) {
+        const int outcome = screen.indexOf(QByteArray("stopped ") + item + "\r\n");
+        QVERIFY(outcome >= 0);
+        QVERIFY2(screen.indexOf(QByteArray("/2] ") + item, outcome) < 0, screen);
+    }
 }
 
 void TestTerminal::clockStandsWhilePaused()

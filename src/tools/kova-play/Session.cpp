@@ -105,6 +105,7 @@ void Session::adviseOnLoop()
 
 void Session::reportOutcome(const QString& token, const Outcome& outcome)
 {
+    liveLine.refresh(); // otherwise the item is shown once more below its outcome
     console.printResult(outcomeLine(token, outcome));
     if (outcome.kind == Outcome::Kind::Error) {
         exitStatus = 1;
