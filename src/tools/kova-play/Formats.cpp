@@ -80,7 +80,10 @@ QString packageOfNeed(Condition condition)
 QString packageOfDecoder(const QString& description)
 {
     const gst::Caps data(gst_caps_from_string(description.toUtf8().constData()));
-    return data ? packageOfNeed([&](const Need& need) { return takes(need, data.get()); })
+    // A parser that is installed takes the data, too: its package is not the one.
+    return data ? packageOfNeed([&](const Need& need) {
+        return takes(need, data.get()) && !isInstalled(need);
+    })
                 : QString();
 }
 
