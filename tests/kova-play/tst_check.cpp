@@ -10,6 +10,8 @@
 #include <QtTest/QtTest>
 
 class TestCheck : public ProgramTest
+#include <sys/stat.h>
+
 {
     Q_OBJECT
 
@@ -330,6 +332,10 @@ void TestCheck::checkDescribesAnItem_data()
                          << QByteArray("        sound: 44100 Hz mono S16LE; "
                                        "the device takes it as it is\n");
     QTest::newRow("Ogg") << media::encode("tone.ogg", tone)
+    QFile::copy(one, TestProcess::path("so#nd.wav"));
+    QTest::newRow("hash in its name") << "so#nd.wav" << QByteArray("ok      item so#nd.wav: WAV, ");
+    QTest::newRow("entry of a playlist")
+        << media::writeFile("list.m3u", "one.wav\n") << QByteArray("/one.wav: WAV, Uncompressed");
                          << QByteArray("        elements: filesrc, oggdemux, vorbisdec\n");
     QTest::newRow("MP3") << media::encode("tone.mp3", tone) << QByteArray("MPEG-1 Layer 3");
 }
@@ -350,7 +356,19 @@ void TestCheck::checkDescribesAnItemThatCannotBePlayed_data()
     QTest::addColumn<QByteArray>("line");
     const QString tone = media::writeWav("tone.wav", media::tone(44100, 1, 44100));
     QTest::newRow("missing file") << "nothing.wav"
-                                  << QByteArray("FAILED  item nothing.wav: file does not exist\n");
+                                  << QByteArray("FAILED  item nothing.wav: file does not exist; "
+                                                "'nothing.wav' does not exist: look at the "
+                                                "spelling; relative paths count from the current "
+                                                "folder\n");
+    mkfifo(TestProcess::path("plain.fifo").toLocal8Bit(), 0600);
+    QTest::newRow("named pipe") << "plain.fifo"
+                                << QByteArray("FAILED  item plain.fifo: it is a named pipe; "
+                                              "use --pipe 'plain.fifo'\n");
+    QDir().mkpath(TestProcess::path("folder"));
+    QTest::newRow("empty folder") << "folder"
+                                  << QByteArray("FAILED  item folder: the folder holds no audio "
+                                                "files; folders in the folder are not looked "
+                                                "into\n");
     QTest::newRow("missing decoder")
         << media::encode("tone.opus", tone)
         << QByteArray("missing plug-in: Opus decoder; apt-get install gstreamer1.0-plugins-base\n");

@@ -4,6 +4,7 @@
 #include "Devices.h"
 #include "Elements.h"
 #include "Examine.h"
+#include "Expansion.h"
 #include "Formats.h"
 #include "GstLog.h"
 #include "Registry.h"
@@ -80,10 +81,21 @@ bool checkDevice(const QString& device, Console& console)
     return report(thing, state.problem, console);
 }
 
-bool checkItem(const QString& item, const QString& device, Console& console)
+Examination examinationOf(const expansion::Entry& entry, const QString& device)
 {
-    const Examination found = examine(item, device);
-    QString thing = "item " + item;
+    if (entry.problem.reason.isEmpty()) {
+        return examine(entry.name, device);
+    }
+    Examination examination;
+    examination.problem = entry.problem.reason;
+    examination.hint = entry.problem.hint;
+    return examination;
+}
+
+bool checkItem(const expansion::Entry& entry, const QString& device, Console& console)
+{
+    const Examination found = examinationOf(entry, device);
+    QString thing = "item " + entry.name;
     QString problem = found.problem;
     if (problem.isEmpty()) {
         thing += ": " + found.type;
@@ -120,9 +132,11 @@ bool runCheck(const QString& device, const QStringList& items, Console& console)
         report("Qt on GLib's event dispatcher", runsOnGLib() ? QString() : hintOnGLib(), console);
     const bool gstreamer = checkGStreamer(console);
     const bool opens = checkDevice(device, console);
-    bool playable = true;
-    for (const QString& item : items) {
-        playable = gstreamer && checkItem(item, device, console) && playable;
+    bool playable = gstreamer;
+    if (gstreamer) {
+        for (const expansion::Entry& entry : expansion::expanded(items)) {
+            playable = checkItem(entry, device, console) && playable;
+        }
     }
-    return glib && gstreamer && opens && playable;
+    return glib && opens && playable;
 }

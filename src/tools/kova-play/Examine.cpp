@@ -1,31 +1,33 @@
 #include "Examine.h"
 
 #include "Caps.h"
+#include "Item.h"
 #include "Missing.h"
 #include "Owners.h"
 
-#include <QtCore/QFile>
 #include <QtCore/QFileInfo>
 
 namespace {
 
-/// How long an item may take to show its format: a server may be slow.
-constexpr GstClockTime patience = 15 * GST_SECOND;
+/// How long an item may take to show its format. After 15 seconds GStreamer gives up itself.
+constexpr GstClockTime patience = 10 * GST_SECOND;
 
-/// The URI of an item; empty when it names a file that does not exist.
 QString uriOf(const QString& item)
 {
-    if (item.startsWith(QLatin1String("http://")) || item.startsWith(QLatin1String("https://"))) {
+    const QString path = pathOfItem(item);
+    if (path.isEmpty()) {
         return item;
     }
-    const QLatin1String scheme("file://");
-    const QFileInfo file(item.startsWith(scheme) ? item.mid(scheme.size()) : item);
-    if (!file.exists()) {
-        return QString();
-    }
-    const QByteArray path = QFile::encodeName(file.absoluteFilePath());
-    const gst::Text uri(gst_filename_to_uri(path.constData(), nullptr));
+    const QByteArray absolute = files::encoded(QFileInfo(path).absoluteFilePath());
+    const gst::Text uri(gst_filename_to_uri(absolute.constData(), nullptr));
     return QString::fromUtf8(uri.get());
+}
+
+/// Why an item cannot be opened.
+Advice obstacleOf(const UriItem& item)
+{
+    const Advice obstacle = item.obstacle();
+    return obstacle.reason.isEmpty() ? item.adviceOnFailedStart() : obstacle;
 }
 
 bool isAudio(GstPad* pad)
@@ -133,7 +135,7 @@ gst::Caps Decoding::run(Examination& examination)
     while (goesOn) {
         const gst::Message message(gst_bus_timed_pop_filtered(bus.get(), patience, interesting));
         if (!message) {
-            examination.problem = "nothing was decoded within 15 seconds";
+            examination.problem = "nothing was decoded within 10 seconds";
         }
         goesOn = message && handle(message.get(), examination);
     }
@@ -219,12 +221,13 @@ QString fitOf(const GstCaps* decoded, const QString& device)
 Examination examine(const QString& item, const QString& device)
 {
     Examination examination;
-    const QString uri = uriOf(item);
-    if (uri.isEmpty()) {
-        examination.problem = "file does not exist";
+    const Advice obstacle = obstacleOf(UriItem(item));
+    if (!obstacle.reason.isEmpty()) {
+        examination.problem = obstacle.reason;
+        examination.hint = obstacle.hint;
         return examination;
     }
-    const gst::Caps decoded = Decoding(uri).run(examination);
+    const gst::Caps decoded = Decoding(uriOf(item)).run(examination);
     if (decoded) {
         examination.sound = caps::inWords(decoded.get());
         examination.fit = fitOf(decoded.get(), device);

@@ -8,7 +8,7 @@
 struct Examination
 {
     QString problem;      ///< why it cannot be played; empty when it can
-    QString hint;         ///< which packages it needs; may be empty
+    QString hint;         ///< what to do about it, as packages to install; may be empty
     QString type;         ///< container and codec, in words
     QStringList elements; ///< what reads and decodes it, in the order in which it was added
     QString sound;        ///< the decoded format, in words
