@@ -49,8 +49,15 @@ void TestCaps::wrongFieldIsNamedBeforeAnythingPlays_data()
     QTest::newRow("unknown field") << QString(raw).replace("channels", "chanels")
                                    << QByteArray("there is no field 'chanels': the fields are "
                                                  "format, rate, channels, layout, channel-mask");
-    QTest::newRow("no channel mask") << QString(raw).replace("channels=2", "channels=4")
-                                     << QByteArray("'channel-mask' is missing");
+    const QString four = QString(raw).replace("channels=2", "channels=4");
+    const QByteArray mask("it is (bitmask) and a number with one bit for each channel, as "
+                          "(bitmask)0x33 for four\n");
+    QTest::newRow("no channel mask") << four << "'channel-mask' is missing: " + mask;
+    QTest::newRow("channel mask in letters") << four + ",channel-mask=abc"
+                                             << "channel-mask cannot be 'abc': " + mask;
+    QTest::newRow("channel mask of two channels")
+        << four + ",channel-mask=(bitmask)0x3"
+        << "channel-mask cannot be '0x0000000000000003': " + mask;
     QTest::newRow("unaligned") << QString(raw).replace("x-raw,format=S16LE", "x-unaligned-raw")
                                << QByteArray("'format' is missing");
     QTest::newRow("unknown type") << "audio/x-rav,rate=48000"
@@ -76,6 +83,8 @@ void TestCaps::rightCapsAreAccepted_data()
         << "audio/x-unaligned-raw, format=(string)U8, rate=8000, channels=1, layout=interleaved";
     QTest::newRow("four channels") << "audio/x-raw,format=S16LE,rate=48000,channels=4,"
                                       "layout=interleaved,channel-mask=(bitmask)0x33";
+    QTest::newRow("no positions") << "audio/x-raw,format=S16LE,rate=48000,channels=4,"
+                                     "layout=interleaved,channel-mask=(bitmask)0";
     QTest::newRow("encoded") << "audio/x-flac";
     QTest::newRow("container") << "application/ogg";
 }

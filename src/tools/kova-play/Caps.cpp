@@ -4,6 +4,7 @@
 #include "Owners.h"
 
 #include <QtCore/QStringList>
+#include <QtCore/QtAlgorithms>
 
 #include <gst/audio/audio-format.h>
 
@@ -81,6 +82,25 @@ QString unknownField(const GstStructure* structure)
     return QString();
 }
 
+QString problemWithChannelMask(const GstStructure* structure)
+{
+    int channels = 0;
+    guint64 mask = 0;
+    gst_structure_get_int(structure, "channels", &channels);
+    const bool isMask =
+        gst_structure_get(structure, "channel-mask", GST_TYPE_BITMASK, &mask, nullptr);
+    const bool isGiven = gst_structure_has_field(structure, "channel-mask");
+    // A mask without bits means that the channels have no positions.
+    if (isMask ? mask == 0 || qPopulationCount(quint64(mask)) == static_cast<uint>(channels)
+               : !isGiven && channels <= 2) {
+        return QString();
+    }
+    const Field field = {"channel-mask", [](const GValue* /*value*/) { return false; },
+                         "(bitmask) and a number with one bit for each channel, as (bitmask)0x33 "
+                         "for four"};
+    return problemWithField(structure, field);
+}
+
 QString problemWithRawSamples(const GstStructure* structure)
 {
     QString problem = unknownField(structure);
@@ -89,13 +109,7 @@ QString problemWithRawSamples(const GstStructure* structure)
             problem = problemWithField(structure, field);
         }
     }
-    int channels = 0;
-    gst_structure_get_int(structure, "channels", &channels);
-    if (problem.isEmpty() && channels > 2 && !gst_structure_has_field(structure, "channel-mask")) {
-        problem = "'channel-mask' is missing: with more than two channels it is (bitmask) and a "
-                  "number with one bit for each, as (bitmask)0x33 for four";
-    }
-    return problem;
+    return problem.isEmpty() ? problemWithChannelMask(structure) : problem;
 }
 
 } // namespace
