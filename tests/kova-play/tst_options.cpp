@@ -3,6 +3,7 @@
 #include "kit/Media.h"
 #include "kit/TestMain.h"
 
+#include <QtCore/QMap>
 #include <QtCore/QRegularExpression>
 #include <QtTest/QtTest>
 
@@ -22,6 +23,7 @@ private Q_SLOTS:
 private:
     /// The options of --help: "--loop", and with a value "--device=".
     QStringList options;
+    QMap<QString, QString> letters; ///< "d" of "device"
     QStringList optionsWithValue() const { return options.filter("="); }
 };
 
@@ -58,6 +60,13 @@ void TestOptions::initTestCase()
     QCOMPARE(program.finish(), 0);
     options = found(QString::fromUtf8(program.out), "^ +(?:-\\w, )?--([a-z-]+)( <\\w+>)?");
     QVERIFY(options.contains("--device=") && options.contains("--loop"));
+    const QRegularExpression both("^ +-(\\w), --([a-z-]+)", QRegularExpression::MultilineOption);
+    auto match = both.globalMatch(QString::fromUtf8(program.out));
+    while (match.hasNext()) {
+        const QRegularExpressionMatch next = match.next();
+        letters.insert(next.captured(2), next.captured(1));
+    }
+    QCOMPARE(letters.value("device"), QString("d"));
 }
 
 void TestOptions::completionsKnowEveryOption()
@@ -93,10 +102,9 @@ void TestOptions::synopsisOfManualPageKnowsEveryOption()
     const QString synopsis = page.section(".Sh SYNOPSIS", 1).section(".Sh DESCRIPTION", 0, 0);
     for (const QString& option : options) {
         const QString name = option.mid(2).remove('=');
-        // -h and --version are for everywhere; the others may be there by their letter.
-        const QRegularExpression shown(
-            QString("Fl (-%1|%2)\\b")
-                .arg(name, name == "verbose" || name == "loop" ? "lv" : name.left(1)));
+        // Options that have a letter may be there by it. -h and --version are for everywhere.
+        const QString letter = letters.value(name, "-" + name);
+        const QRegularExpression shown(QString("Fl (-%1|\\w*%2\\w*)(?![\\w-])").arg(name, letter));
         QVERIFY2(name == "help" || name == "version" || shown.match(synopsis).hasMatch(),
                  qPrintable(option));
     }
