@@ -35,13 +35,14 @@ void TestCaps::wrongFieldIsNamedBeforeAnythingPlays_data()
     QTest::newRow("no format") << QString(raw).remove("format=S16LE,")
                                << QByteArray("'format' is missing: it is one of ");
     QTest::newRow("no rate") << QString(raw).remove("rate=48000,")
-                             << QByteArray("'rate' is missing: it is a number");
+                             << QByteArray("'rate' is missing: it is a number of samples per "
+                                           "second, as 48000\n");
     QTest::newRow("rate in letters") << QString(raw).replace("48000", "abc")
                                      << QByteArray("rate cannot be 'abc': it is a number");
     QTest::newRow("rate of nothing")
         << QString(raw).replace("48000", "0") << QByteArray("rate cannot be '0'");
     QTest::newRow("no channels") << QString(raw).remove("channels=2,")
-                                 << QByteArray("'channels' is missing: it is a number");
+                                 << QByteArray("'channels' is missing: it is a number, as 2\n");
     QTest::newRow("no layout") << QString(raw).remove(",layout=interleaved")
                                << QByteArray("'layout' is missing: it is interleaved");
     QTest::newRow("layout of planes") << QString(raw).replace("interleaved", "non-interleaved")

@@ -1,5 +1,6 @@
 #include "Program.h"
 
+#include "kit/HttpServer.h"
 #include "kit/Media.h"
 #include "kit/TestMain.h"
 #include "kit/TestProcess.h"
@@ -9,9 +10,9 @@
 #include <QtCore/QRegularExpression>
 #include <QtTest/QtTest>
 
-class TestCheck : public ProgramTest
 #include <sys/stat.h>
 
+class TestCheck : public ProgramTest
 {
     Q_OBJECT
 
@@ -36,7 +37,9 @@ private Q_SLOTS:
     void checkWarnsOfARegistryThatIsOfNoUse();
     void checkDescribesAnItem_data();
     void checkDescribesAnItem();
+    void checkOfASilentServerEnds();
     void checkDescribesAnItemThatCannotBePlayed_data();
+    void checkCountsTheFormatsOfADeviceThatConverts();
     void checkDescribesAnItemThatCannotBePlayed();
     void checkReportsHowTheDeviceTakesAnItem();
 };
@@ -129,8 +132,12 @@ void TestCheck::checkFailsOnDeviceThatDoesNotOpen_data()
     QTest::addColumn<QByteArray>("line");
     QTest::newRow("unknown") << "nothing"
                              << QByteArray("FAILED  device nothing: No such file or directory; "
-                                           "there is no such device: kova-play --list-devices");
-    QTest::newRow("refusing") << "card" << QByteArray("FAILED  device card: ");
+                                           "there is no such device: kova-play --list-devices "
+                                           "shows the names\n");
+    QTest::newRow("refusing") << "card"
+                              << QByteArray("FAILED  device card: Device or resource busy; another "
+                                            "program uses it: end that one, or play through a "
+                                            "device that mixes\n");
 }
 
 void TestCheck::checkFailsOnDeviceThatDoesNotOpen()
@@ -323,6 +330,8 @@ void TestCheck::checkDescribesAnItem_data()
     QTest::addColumn<QString>("item");
     QTest::addColumn<QByteArray>("lines");
     const QString tone = media::writeWav("tone.wav", media::tone(44100, 1, 44100));
+                         << QByteArray("        elements: filesrc, oggdemux, vorbisdec\n");
+    QTest::newRow("MP3") << media::encode("tone.mp3", tone) << QByteArray("MPEG-1 Layer 3");
     QTest::newRow("WAV") << "one.wav"
                          << QByteArray("ok      item one.wav: WAV, Uncompressed 16-bit PCM audio\n"
                                        "        elements: filesrc, wavparse\n"
@@ -336,8 +345,6 @@ void TestCheck::checkDescribesAnItem_data()
     QTest::newRow("hash in its name") << "so#nd.wav" << QByteArray("ok      item so#nd.wav: WAV, ");
     QTest::newRow("entry of a playlist")
         << media::writeFile("list.m3u", "one.wav\n") << QByteArray("/one.wav: WAV, Uncompressed");
-                         << QByteArray("        elements: filesrc, oggdemux, vorbisdec\n");
-    QTest::newRow("MP3") << media::encode("tone.mp3", tone) << QByteArray("MPEG-1 Layer 3");
 }
 
 void TestCheck::checkDescribesAnItem()
@@ -386,6 +393,21 @@ void TestCheck::checkDescribesAnItemThatCannotBePlayed_data()
 
 void TestCheck::checkDescribesAnItemThatCannotBePlayed()
 {
+void TestCheck::checkOfASilentServerEnds()
+{
+    const VirtualCard card("card"); // for its configuration
+    const ScriptedServer server(httpHeaders(100000), ScriptedServer::Then::Hold);
+    Program item({"--check", "-d", "null", server.url() + "/one.wav"});
+    Program playlist({"-d", "null", server.url() + "/list.m3u"});
+    item.begin();
+    playlist.begin();
+    QCOMPARE(item.finish(), 1);
+    QVERIFY2(item.out.contains("/one.wav: nothing was decoded within 10 seconds\n"), item.out);
+    QCOMPARE(playlist.finish(), 1);
+    QCOMPARE(playlist.out,
+             QByteArray("error list.m3u: the playlist could not be loaded: it does not arrive\n"));
+}
+
     QFETCH(QString, item);
     QFETCH(QByteArray, line);
     const VirtualCard card("card");
@@ -399,6 +421,20 @@ void TestCheck::checkReportsHowTheDeviceTakesAnItem()
 {
     // Behind this card, ALSA itself takes one rate only.
     const VirtualCard card("card");
+    QVERIFY2(program.out.contains("ok      device narrow: "), program.out);
+    Program other({"--check", "-d", "nothing", eight});
+    QCOMPARE(other.finish(), 1);
+    QVERIFY2(other.out.contains("sound: 48000 Hz stereo F32LE; the device does not open\n"),
+             other.out);
+}
+
+void TestCheck::checkCountsTheFormatsOfADeviceThatConverts()
+{
+    const VirtualCard card("card"); // for its configuration
+    Program program({"--check", "-d", "null"});
+    QCOMPARE(program.finish(), 0);
+    const QRegularExpression line("ok      device null: \\d\\d sample formats, \\d+ to \\d+ Hz, ");
+    QVERIFY2(line.match(program.out).hasMatch(), program.out);
     QByteArray configuration = media::readFile(qEnvironmentVariable("ALSA_CONFIG_PATH"));
     configuration += "\npcm.narrow { type linear slave { pcm card format S16_LE } }\n";
     const QString eight =

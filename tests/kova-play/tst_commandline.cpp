@@ -26,25 +26,33 @@ void TestCommandLine::usageErrors_data()
     QTest::addColumn<QStringList>("arguments");
     QTest::addColumn<QByteArray>("message");
 
-    QTest::newRow("nothing") << QStringList{} << QByteArray("No item");
-    QTest::newRow("no item") << QStringList{"-d", "null"} << QByteArray("No item");
-    QTest::newRow("unknown") << QStringList{"--colour", "a"} << QByteArray("'colour'");
-    QTest::newRow("value left out") << QStringList{"a", "-d"} << QByteArray("'-d'");
-    QTest::newRow("value too many") << QStringList{"--loop=3", "a"} << QByteArray("loop");
-    QTest::newRow("empty device") << QStringList{"-d", "", "a"} << QByteArray("--device");
-    QTest::newRow("empty token") << QStringList{"-t", "", "a"} << QByteArray("--token");
-    QTest::newRow("empty folder") << QStringList{"--graphs=", "a"} << QByteArray("--graphs");
-    QTest::newRow("list of item") << QStringList{"--list-devices", "a"} << QByteArray("no items");
-    QTest::newRow("input twice") << QStringList{"-", "-"} << QByteArray("only once");
-    QTest::newRow("caps alone") << QStringList{"--caps", "audio/x-raw", "a"}
-                                << QByteArray("--pipe");
-    QTest::newRow("empty pipe") << QStringList{"--pipe", ""} << QByteArray("--pipe");
-    QTest::newRow("empty file") << QStringList{"--data", ""} << QByteArray("--data");
-    QTest::newRow("check of data")
-        << QStringList{"--check", "--data", "a"} << QByteArray("files and web addresses only");
-    QTest::newRow("two tasks") << QStringList{"--check", "--list-devices"} << QByteArray("exclude");
-    QTest::newRow("folder in a file") << QStringList{"--fake", "--graphs", "one.wav/pictures", "a"}
-                                      << QByteArray("another folder");
+    const auto row = [](const char* name, const QStringList& arguments, const QByteArray& message) {
+        QTest::newRow(name) << arguments << message;
+    };
+    const QByteArray nothing("No item to play was named.");
+    const QByteArray empty(" needs a value that is not empty.");
+    row("nothing", {}, nothing);
+    row("no item", {"-d", "null"}, nothing);
+    row("unknown", {"--colour", "a"}, "Unknown option 'colour'.");
+    row("value left out", {"a", "-d"}, "Missing value after '-d'.");
+    row("value too many", {"--loop=3", "a"}, "Unexpected value after '--loop'.");
+    row("empty device", {"-d", "", "a"}, "--device" + empty);
+    row("empty token", {"-t", "", "a"}, "--token" + empty);
+    row("empty folder", {"--graphs=", "a"}, "--graphs" + empty);
+    row("empty caps", {"--caps", "", "-"}, "--caps" + empty);
+    row("empty pipe", {"--pipe", ""}, "--pipe" + empty);
+    row("empty file", {"--data", ""}, "--data" + empty);
+    row("list of item", {"--list-devices", "a"}, "--list-devices takes no items.");
+    row("input twice", {"-", "-"}, "Standard input can be played only once.");
+    row("caps alone", {"--caps", "audio/x-raw", "a"},
+        "--caps says what is written into a pipe: it needs --pipe or the item -.");
+    row("check of data", {"--check", "--data", "a"},
+        "--check examines files and web addresses only.");
+    row("check of input", {"--check", "-"}, "--check examines files and web addresses only.");
+    row("two tasks", {"--check", "--list-devices"},
+        "--check and --list-devices exclude each other.");
+    row("folder in a file", {"--fake", "--graphs", "one.wav/pictures", "a"},
+        "one.wav/pictures' cannot be made or written: name another folder");
 }
 
 void TestCommandLine::usageErrors()
@@ -55,8 +63,9 @@ void TestCommandLine::usageErrors()
     Program program(arguments);
     QCOMPARE(program.finish(), 2);
     QCOMPARE(program.out, QByteArray());
-    QVERIFY2(program.err.contains(message), program.err);
-    QVERIFY(program.err.endsWith("kova-play: Try 'kova-play --help'.\n"));
+    QVERIFY2(program.err.startsWith("kova-play: "), program.err);
+    QVERIFY2(program.err.endsWith(message + "\nkova-play: Try 'kova-play --help'.\n"), program.err);
+    QCOMPARE(program.err.count('\n'), 2);
 }
 
 void TestCommandLine::helpIsAscii()

@@ -18,6 +18,7 @@ private Q_SLOTS:
     void playlistIsItsEntries();
     void entriesCountFromTheFolderOfThePlaylist();
     void webPlaylistPlays();
+    void webPlaylistThatCannotBeLoadedFails();
     void playlistsNameFoldersAndPlaylists();
     void playlistWithoutEntriesFails_data();
     void playlistWithoutEntriesFails();
@@ -78,6 +79,21 @@ void TestExpansion::webPlaylistPlays()
     QCOMPARE(program.out, QByteArray("ended one.wav\nended two.wav\n"));
     QVERIFY(card.samples().startsWith(samplesOfOne));
     QVERIFY(card.samples().indexOf(samplesOfTwo) >= samplesOfOne.size());
+}
+
+void TestExpansion::webPlaylistThatCannotBeLoadedFails()
+{
+    const HttpServer server;
+    Program missing({"-d", "null", server.url("missing.m3u")});
+    missing.set("ASAN_OPTIONS", "detect_leaks=0");
+    QCOMPARE(missing.finish(), 1);
+    QVERIFY2(missing.out.startsWith("error missing.m3u: the playlist could not be loaded: Not"),
+             missing.out);
+    Program withoutSource({"-d", "null", server.url("list.m3u")});
+    offerPlugins(withoutSource, {});
+    QCOMPARE(withoutSource.finish(), 1);
+    QCOMPARE(withoutSource.out, QByteArray("error list.m3u: the playlist could not be loaded: "
+                                           "nothing here loads it (kova-play --check)\n"));
 }
 
 void TestExpansion::playlistsNameFoldersAndPlaylists()

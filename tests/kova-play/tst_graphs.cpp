@@ -54,6 +54,7 @@ void TestGraphs::graphsBecomePictures()
     QVERIFY2(program.err.startsWith(QByteArray("kova-play: ") + QByteArray::number(graphs.size()) +
                                     " graphs in "),
              program.err);
+    QVERIFY2(program.err.endsWith("/pictures', as .dot and .svg files\n"), program.err);
 }
 
 void TestGraphs::graphsStayDotFilesWithoutGraphviz()
@@ -65,7 +66,9 @@ void TestGraphs::graphsStayDotFilesWithoutGraphviz()
     QCOMPARE(program.finish(), 0);
     QVERIFY(pictures(".dot").size() >= 4);
     QCOMPARE(pictures(".svg"), QStringList());
-    QVERIFY2(program.err.contains("apt-get install graphviz"), program.err);
+    QVERIFY2(program.err.endsWith("/pictures', as .dot files only: for pictures, apt-get install "
+                                  "graphviz, then dot -Tsvg -O FILE\n"),
+             program.err);
 }
 
 /// Puts a `dot` of its own in front of the machine's.

@@ -180,10 +180,10 @@ void TestSources::sourceThatCannotBeReadFails_data()
                             << QByteArray("could not be read into memory");
     QTest::newRow("pipe is a file")
         << QStringList{"--pipe", "one.wav"} << QByteArray("error one.wav: it is not a named pipe\n")
-        << QByteArray("name another path");
+        << QByteArray("something else is at 'one.wav': name another path\n");
     QTest::newRow("pipe nowhere") << QStringList{"--pipe", "no/pipe"}
                                   << QByteArray("error pipe: the pipe could not be made\n")
-                                  << QByteArray("may files be made");
+                                  << QByteArray("may files be made in the folder of 'no/pipe'?\n");
 }
 
 void TestSources::sourceThatCannotBeReadFails()

@@ -145,6 +145,7 @@ void TestTerminal::liveLineFitsTerminal()
     program.clear();
     program.resize(80);
     QVERIFY(program.waitForText("a-name-of-many-letters.wav  playing  0:0"));
+    QVERIFY(program.waitForText("  (space: pause, s: stop, q: quit)"));
     program.clear();
     program.resize(7);
     QVERIFY(waitFor([&] { return !program.liveLines().isEmpty(); }));
