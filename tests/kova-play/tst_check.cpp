@@ -33,15 +33,13 @@ private Q_SLOTS:
     void checkReportsWhetherTheDeviceCanPause();
     void checkDescribesTheRegistry_data();
     void checkDescribesTheRegistry();
-    void checkWarnsOfARegistryThatIsOfNoUse_data();
-    void checkWarnsOfARegistryThatIsOfNoUse();
     void checkDescribesAnItem_data();
     void checkDescribesAnItem();
-    void checkOfASilentServerEnds();
     void checkDescribesAnItemThatCannotBePlayed_data();
-    void checkCountsTheFormatsOfADeviceThatConverts();
     void checkDescribesAnItemThatCannotBePlayed();
+    void checkOfASilentServerEnds();
     void checkReportsHowTheDeviceTakesAnItem();
+    void checkCountsTheFormatsOfADeviceThatConverts();
 };
 
 void TestCheck::listDevicesShowsWhatCanPlay()
@@ -263,20 +261,30 @@ void TestCheck::checkReportsWhetherTheDeviceCanPause()
 void TestCheck::checkDescribesTheRegistry_data()
 {
     QTest::addColumn<QString>("command"); // of a shell in the folder of the registry
-    QTest::addColumn<QByteArray>("prefix");
+    QTest::addColumn<QString>("path");    // of the registry; counts from its folder
+    QTest::addColumn<bool>("costs");      // whether each start scans
     QTest::addColumn<QByteArray>("state");
-    QTest::newRow("fresh") << ":" << QByteArray("ok      registry ")
-                           << QByteArray("plug-ins, fresh, writable\n");
-    QTest::newRow("fresh in a locked folder") << "chmod a-w ." << QByteArray("ok      registry ")
-                                              << QByteArray("plug-ins, fresh, not writable\n");
-    QTest::newRow("out of date") << "rm libgstwavparse.so" << QByteArray("ok      registry ")
-                                 << QByteArray("plug-ins, was out of date, written anew\n");
+    const auto row = [](const char* name, const char* command, const char* path, bool costs,
+                        const QByteArray& state) {
+        QTest::newRow(name) << command << path << costs << state;
+    };
+    row("fresh", ":", "registry.bin", false, "fresh, writable");
+    row("fresh in a locked folder", "chmod a-w .", "registry.bin", false, "fresh, not writable");
+    row("out of date", "rm libgstwavparse.so", "registry.bin", false,
+        "was out of date, written anew");
+    row("missing", "rm registry.bin", "registry.bin", false, "newly written");
+    // GStreamer unlocks a folder that its user owns. These are closed to each user, also to root.
+    row("missing for ever", ":", "registry.bin/none", true, "not found and not writable");
+    row("unreadable", "rm registry.bin; mkdir registry.bin", "registry.bin", true, "not readable");
+    row("out of date for ever", "rm libgstwavparse.so", "/proc/self/fd/0", true,
+        "out of date and not writable");
 }
 
 void TestCheck::checkDescribesTheRegistry()
 {
     QFETCH(QString, command);
-    QFETCH(QByteArray, prefix);
+    QFETCH(QString, path);
+    QFETCH(bool, costs);
     QFETCH(QByteArray, state);
     const VirtualCard card("card");
     Program first({"--check", "-d", card.device()});
@@ -286,41 +294,24 @@ void TestCheck::checkDescribesTheRegistry()
     const QString folder = environment.value("GST_PLUGIN_SYSTEM_PATH_1_0");
     QCOMPARE(QProcess::execute("sh", {"-c", "cd \"$0\" && " + command, folder}), 0);
 
+    const QString registry = QDir(folder).filePath(path);
     Program program({"--check", "-d", card.device()});
     bindToPermissions(program);
     program.setProcessEnvironment(environment);
+    program.set("GST_REGISTRY", registry);
+    if (registry == path) { // by the descriptor of standard input
+        program.setStandardInputFile(environment.value("GST_REGISTRY"));
+    }
     const int status = program.finish();
     QFile(folder).setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     QCOMPARE(status, 0);
-    const int line = program.out.indexOf(prefix + environment.value("GST_REGISTRY").toUtf8());
-    QVERIFY2(line >= 0, program.out);
-    QVERIFY2(program.out.mid(line, program.out.indexOf('\n', line) + 1 - line).contains(state),
+    QVERIFY2(program.out.contains((costs ? "warning registry " : "ok      registry ") +
+                                  registry.toUtf8() + ": "),
              program.out);
-}
-
-void TestCheck::checkWarnsOfARegistryThatIsOfNoUse_data()
-{
-    QTest::addColumn<QString>("path");
-    QTest::addColumn<QByteArray>("state");
-    QTest::newRow("missing") << "/proc/none/registry.bin"
-                             << QByteArray(
-                                    "plug-ins, not found and not writable: each start scans");
-    QTest::newRow("unreadable") << "/proc/sys/vm/compact_memory" // which may be written only
-                                << QByteArray("plug-ins, not readable: each start scans");
-}
-
-void TestCheck::checkWarnsOfARegistryThatIsOfNoUse()
-{
-    QFETCH(QString, path);
-    QFETCH(QByteArray, state);
-    const VirtualCard card("card");
-    Program program({"--check", "-d", card.device()});
-    bindToPermissions(program);
-    offerPlugins(program, {});
-    program.set("GST_REGISTRY", path);
-    QCOMPARE(program.finish(), 0);
-    QVERIFY2(program.out.contains("warning registry " + path.toUtf8() + ": "), program.out);
-    QVERIFY2(program.out.contains(state), program.out);
+    const QByteArray advice(": each start scans all plug-ins; set GST_REGISTRY to a file that can "
+                            "be written, or make one with kova-registry");
+    QVERIFY2(program.out.contains(" plug-ins, " + state + (costs ? advice : QByteArray()) + '\n'),
+             program.out);
 }
 
 // ---- Items -------------------------------------------------------------------------------------
@@ -330,8 +321,6 @@ void TestCheck::checkDescribesAnItem_data()
     QTest::addColumn<QString>("item");
     QTest::addColumn<QByteArray>("lines");
     const QString tone = media::writeWav("tone.wav", media::tone(44100, 1, 44100));
-                         << QByteArray("        elements: filesrc, oggdemux, vorbisdec\n");
-    QTest::newRow("MP3") << media::encode("tone.mp3", tone) << QByteArray("MPEG-1 Layer 3");
     QTest::newRow("WAV") << "one.wav"
                          << QByteArray("ok      item one.wav: WAV, Uncompressed 16-bit PCM audio\n"
                                        "        elements: filesrc, wavparse\n"
@@ -341,6 +330,8 @@ void TestCheck::checkDescribesAnItem_data()
                          << QByteArray("        sound: 44100 Hz mono S16LE; "
                                        "the device takes it as it is\n");
     QTest::newRow("Ogg") << media::encode("tone.ogg", tone)
+                         << QByteArray("        elements: filesrc, oggdemux, vorbisdec\n");
+    QTest::newRow("MP3") << media::encode("tone.mp3", tone) << QByteArray("MPEG-1 Layer 3");
     QFile::copy(one, TestProcess::path("so#nd.wav"));
     QTest::newRow("hash in its name") << "so#nd.wav" << QByteArray("ok      item so#nd.wav: WAV, ");
     QTest::newRow("entry of a playlist")
@@ -393,6 +384,15 @@ void TestCheck::checkDescribesAnItemThatCannotBePlayed_data()
 
 void TestCheck::checkDescribesAnItemThatCannotBePlayed()
 {
+    QFETCH(QString, item);
+    QFETCH(QByteArray, line);
+    const VirtualCard card("card");
+    Program program({"--check", "-d", card.device(), item});
+    offerPlugins(program, {"wavparse", "ogg", "matroska", "vpx"});
+    QCOMPARE(program.finish(), 1);
+    QVERIFY2(program.out.contains(line), program.out.mid(program.out.indexOf("  item ")));
+}
+
 void TestCheck::checkOfASilentServerEnds()
 {
     const VirtualCard card("card"); // for its configuration
@@ -408,19 +408,19 @@ void TestCheck::checkOfASilentServerEnds()
              QByteArray("error list.m3u: the playlist could not be loaded: it does not arrive\n"));
 }
 
-    QFETCH(QString, item);
-    QFETCH(QByteArray, line);
-    const VirtualCard card("card");
-    Program program({"--check", "-d", card.device(), item});
-    offerPlugins(program, {"wavparse", "ogg", "matroska", "vpx"});
-    QCOMPARE(program.finish(), 1);
-    QVERIFY2(program.out.contains(line), program.out.mid(program.out.indexOf("  item ")));
-}
-
 void TestCheck::checkReportsHowTheDeviceTakesAnItem()
 {
     // Behind this card, ALSA itself takes one rate only.
     const VirtualCard card("card");
+    QByteArray configuration = media::readFile(qEnvironmentVariable("ALSA_CONFIG_PATH"));
+    configuration += "\npcm.narrow { type linear slave { pcm card format S16_LE } }\n";
+    const QString eight =
+        media::writeWav("eight.wav", media::noise(media::SampleFormat::F32, 48000, 2, 4800, 1));
+    Program program({"--check", "-d", "narrow", eight});
+    program.set("ALSA_CONFIG_PATH", media::writeFile("narrow.conf", configuration));
+    QCOMPARE(program.finish(), 0);
+    QVERIFY2(program.out.contains("sound: 48000 Hz stereo F32LE; it is converted for the device"),
+             program.out);
     QVERIFY2(program.out.contains("ok      device narrow: "), program.out);
     Program other({"--check", "-d", "nothing", eight});
     QCOMPARE(other.finish(), 1);
@@ -435,15 +435,6 @@ void TestCheck::checkCountsTheFormatsOfADeviceThatConverts()
     QCOMPARE(program.finish(), 0);
     const QRegularExpression line("ok      device null: \\d\\d sample formats, \\d+ to \\d+ Hz, ");
     QVERIFY2(line.match(program.out).hasMatch(), program.out);
-    QByteArray configuration = media::readFile(qEnvironmentVariable("ALSA_CONFIG_PATH"));
-    configuration += "\npcm.narrow { type linear slave { pcm card format S16_LE } }\n";
-    const QString eight =
-        media::writeWav("eight.wav", media::noise(media::SampleFormat::F32, 48000, 2, 4800, 1));
-    Program program({"--check", "-d", "narrow", eight});
-    program.set("ALSA_CONFIG_PATH", media::writeFile("narrow.conf", configuration));
-    QCOMPARE(program.finish(), 0);
-    QVERIFY2(program.out.contains("sound: 48000 Hz stereo F32LE; it is converted for the device"),
-             program.out);
 }
 
 KOVA_TEST(TestCheck)

@@ -68,7 +68,7 @@ Registry::Report Registry::report(bool outdated) const
     if (!file.exists()) {
         return {name + "not found and not writable" + remedy, true};
     }
-    if (!file.isReadable()) {
+    if (!file.isFile() || !file.isReadable()) {
         return {name + "not readable" + remedy, true};
     }
     if (outdated) {
